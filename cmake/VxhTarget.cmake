@@ -1,0 +1,30 @@
+# Settings every target of the project's own code shares: warnings as errors, the
+# generated headers, and the src/ root as include path ("transport/PZSocket.h").
+function(vxh_target_defaults target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+    target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/src ${CMAKE_BINARY_DIR}/generated)
+endfunction()
+
+# vxh_add_layer(NAME SOURCES ... [DEPENDS ...]) makes the static library vxh_<NAME>.
+function(vxh_add_layer name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+    add_library(vxh_${name} STATIC ${ARG_SOURCES})
+    vxh_target_defaults(vxh_${name})
+    target_link_libraries(vxh_${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
+endfunction()
+
+# vxh_add_test(NAME SOURCES ... [DEPENDS ...] [LABELS ...]) makes a GoogleTest executable
+# registered with CTest test by test. LABELS "concurrency" puts it in the ThreadSanitizer run.
+function(vxh_add_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPENDS;LABELS;PROPERTIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    vxh_target_defaults(${name})
+    target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest GTest::gtest_main Threads::Threads)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    gtest_discover_tests(${name}
+        DISCOVERY_TIMEOUT 60
+        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
+endfunction()
