@@ -1,0 +1,192 @@
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11ErrorTrap.h"
+#include "platform/x11/X11Ewmh.h"
+#include "platform/x11/X11ScreenGeometry.h"
+#include "support/TestPlatform.h"
+#include "support/XvfbProcess.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+bool xvfbInstalled() {
+    return std::system("command -v Xvfb >/dev/null 2>&1") == 0;
+}
+
+template <typename Predicate> bool waitFor(Predicate predicate, int milliseconds = 5000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (predicate()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return predicate();
+}
+
+// A top-level window that describes itself as a real application does.
+Window makeAppWindow(Display* dpy, const char* title, int pid, const std::vector<unsigned long>& icon) {
+    Window w = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 10, 10, 200, 100, 0, 0, 0);
+    XStoreName(dpy, w, title);
+    XClassHint hint{const_cast<char*>("testapp"), const_cast<char*>("TestApp")};
+    XSetClassHint(dpy, w, &hint);
+    const long pidValue = pid;
+    XChangeProperty(dpy, w, XInternAtom(dpy, "_NET_WM_PID", False), XA_CARDINAL, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(&pidValue), 1);
+    if (!icon.empty()) {
+        XChangeProperty(dpy, w, XInternAtom(dpy, "_NET_WM_ICON", False), XA_CARDINAL, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(icon.data()), static_cast<int>(icon.size()));
+    }
+    XMapWindow(dpy, w);
+    XSync(dpy, False);
+    return w;
+}
+
+std::vector<unsigned long> twoIcons() {
+    // A 16x16 icon of one colour, then a 32x32 icon of another (format-32 data is a long per item in Xlib).
+    std::vector<unsigned long> data{16, 16};
+    data.insert(data.end(), 16 * 16, 0xff0000ffUL);
+    data.push_back(32);
+    data.push_back(32);
+    data.insert(data.end(), 32 * 32, 0xff00ff00UL);
+    return data;
+}
+
+class X11Plumbing : public ::testing::Test {
+protected:
+    void SetUp() override {
+        VXH_REQUIRE_PLATFORM(xvfbInstalled(), "Xvfb is not installed");
+        ASSERT_TRUE(server_.start(1280, 800));
+        display_ = X11Display::open(server_.name().c_str());
+        ASSERT_NE(display_, nullptr);
+    }
+
+    XvfbProcess server_;
+    std::unique_ptr<X11Display> display_;
+};
+
+} // namespace
+
+TEST(X11Rect, intersected_table) {
+    const X11Rect screen{0, 0, 1280, 800};
+    struct Case {
+        X11Rect rect;
+        X11Rect expected;
+    } cases[] = {
+        {{10, 20, 100, 50}, {10, 20, 100, 50}},        // inside
+        {{-10, -20, 100, 50}, {0, 0, 90, 30}},         // over the top-left corner
+        {{1200, 700, 200, 200}, {1200, 700, 80, 100}}, // over the bottom-right corner
+        {{0, 0, 5000, 5000}, {0, 0, 1280, 800}},       // larger than the screen
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.rect.intersected(screen), c.expected);
+    }
+    EXPECT_TRUE((X11Rect{2000, 0, 10, 10}.intersected(screen).empty()));
+    EXPECT_TRUE((X11Rect{10, 10, 0, 10}.intersected(screen).empty()));
+}
+
+TEST_F(X11Plumbing, mainScreen_singleOutput_isTheWholeRoot) {
+    EXPECT_EQ(X11ScreenGeometry::rootRect(*display_), (X11Rect{0, 0, 1280, 800}));
+    EXPECT_EQ(X11ScreenGeometry::mainScreen(*display_), (X11Rect{0, 0, 1280, 800}));
+}
+
+TEST_F(X11Plumbing, errorTrap_badWindow_isCaughtAndConnectionStaysUsable) {
+    Display* dpy = display_->display();
+    {
+        X11ErrorTrap trap(dpy);
+        XMapWindow(dpy, 0x7fffff0);
+        EXPECT_TRUE(trap.failed());
+        EXPECT_EQ(trap.errorCode(), BadWindow);
+    }
+    // An error outside any trap is ignored, not fatal.
+    XMapWindow(dpy, 0x7fffff1);
+    XSync(dpy, False);
+    X11ErrorTrap trap(dpy);
+    XSync(dpy, False);
+    EXPECT_FALSE(trap.failed());
+    EXPECT_FALSE(display_->isLost());
+}
+
+TEST_F(X11Plumbing, ewmh_windowsOfAnApplication_areListedDescribedAndActivated) {
+    ASSERT_TRUE(server_.startWindowManager());
+    X11Ewmh ewmh(*display_);
+    EXPECT_TRUE(ewmh.windowManagerPresent());
+
+    Display* dpy = display_->display();
+    const Window first = makeAppWindow(dpy, "First window", 4242, twoIcons());
+    const Window second = makeAppWindow(dpy, "Second window", 4243, {});
+    ASSERT_TRUE(waitFor([&] { return ewmh.clientList().size() == 2; })) << ewmh.clientList().size();
+    EXPECT_EQ(ewmh.clientList(), (std::vector<xcb_window_t>{static_cast<xcb_window_t>(first),
+                                                            static_cast<xcb_window_t>(second)}));
+
+    const auto infos =
+        ewmh.describe({static_cast<xcb_window_t>(first), static_cast<xcb_window_t>(second), 0x7fffff0});
+    ASSERT_EQ(infos.size(), 3u);
+    EXPECT_TRUE(infos[0].exists);
+    EXPECT_EQ(infos[0].pid, 4242);
+    EXPECT_EQ(infos[0].instanceName, "testapp");
+    EXPECT_EQ(infos[0].className, "TestApp");
+    EXPECT_EQ(infos[0].title, "First window");
+    EXPECT_TRUE(ewmh.isNormalOrDialog(infos[0]));
+    EXPECT_EQ(infos[1].pid, 4243);
+    EXPECT_FALSE(infos[2].exists);
+
+    // The smallest icon not below the wanted size, else the largest.
+    auto icon = ewmh.windowIcon(static_cast<xcb_window_t>(first), 24);
+    ASSERT_TRUE(icon.has_value());
+    EXPECT_EQ(icon->width, 32);
+    EXPECT_EQ(icon->argb.size(), 32u * 32u);
+    EXPECT_EQ(icon->argb.front(), 0xff00ff00u);
+    icon = ewmh.windowIcon(static_cast<xcb_window_t>(first), 8);
+    ASSERT_TRUE(icon.has_value());
+    EXPECT_EQ(icon->width, 16);
+    EXPECT_EQ(ewmh.windowIcon(static_cast<xcb_window_t>(first), 64)->width, 32);
+
+    EXPECT_TRUE(ewmh.activateWindow(static_cast<xcb_window_t>(first)));
+    EXPECT_TRUE(waitFor([&] { return ewmh.activeWindow() == first; }));
+    EXPECT_TRUE(ewmh.activateWindow(static_cast<xcb_window_t>(second)));
+    EXPECT_TRUE(waitFor([&] { return ewmh.activeWindow() == second; }));
+    EXPECT_FALSE(ewmh.activateWindow(0x7fffff0));
+}
+
+TEST_F(X11Plumbing, windowIcon_malformedOrMissing_givesNothing) {
+    Display* dpy = display_->display();
+    // Claims 100x100 pixels but carries only four.
+    const std::vector<unsigned long> bogus{100, 100, 1, 2, 3, 4};
+    const Window w = makeAppWindow(dpy, "Bogus icon", 1, bogus);
+    const Window plain = makeAppWindow(dpy, "No icon", 1, {});
+    X11Ewmh ewmh(*display_);
+    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(w), 32).has_value());
+    // (openbox gives icon-less windows a default icon, so this one is checked without a window manager.)
+    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(plain), 32).has_value());
+}
+
+TEST(X11ConnectionLoss, serverGoesAway_displayMarkedLostThenReconnects) {
+    VXH_REQUIRE_PLATFORM(xvfbInstalled(), "Xvfb is not installed");
+    XvfbProcess server;
+    ASSERT_TRUE(server.start(640, 480));
+    const int number = server.number();
+
+    X11Connection connection("test", server.name());
+    connection.setRetryInterval(std::chrono::milliseconds(0));
+    X11Display* display = connection.get();
+    ASSERT_NE(display, nullptr);
+
+    server.stop();
+    // The next round trip finds the connection gone: no exit, the display is marked lost.
+    XSync(display->display(), False);
+    EXPECT_TRUE(display->isLost());
+    EXPECT_EQ(connection.get(), nullptr);
+
+    XvfbProcess restarted;
+    ASSERT_TRUE(restarted.start(800, 600, number));
+    X11Display* again = nullptr;
+    ASSERT_TRUE(waitFor([&] { return (again = connection.get()) != nullptr; }));
+    EXPECT_EQ(X11ScreenGeometry::rootRect(*again), (X11Rect{0, 0, 800, 600}));
+}
