@@ -1,0 +1,57 @@
+#include "protocol/PZJSONObject.h"
+
+#include "transport/PZLogger.h"
+
+PZJSONObject::PZJSONObject() {
+    fields_.reserve(8);
+    values_.reserve(8);
+}
+
+void PZJSONObject::addField(std::string key) {
+    if (fields_.size() > values_.size()) {
+        PZLog("PZJSONObject error: the number of fields is more than number of values");
+        values_.emplace_back();
+    }
+    fields_.push_back(std::move(key));
+}
+
+void PZJSONObject::addValueToLastField(std::optional<PZValue> value) {
+    if (fields_.size() != values_.size() + 1) {
+        PZLog("PZJSONObject error: there isn't field to add value");
+        return;
+    }
+    values_.push_back(value ? std::move(*value) : PZValue());
+}
+
+const PZValue* PZJSONObject::getValueForField(std::string_view key) const {
+    for (std::size_t i = 0; i < fields_.size(); ++i) {
+        if (fields_[i] == key) {
+            return i < values_.size() ? &values_[i] : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+std::optional<PZDictionary> PZJSONObject::getDictionary() const {
+    if (fields_.size() != values_.size()) {
+        return std::nullopt;
+    }
+    PZDictionary dictionary;
+    for (std::size_t i = 0; i < fields_.size(); ++i) {
+        dictionary.set(fields_[i], values_[i]);
+    }
+    return dictionary;
+}
+
+std::optional<PZDictionary> PZJSONObject::takeDictionary() {
+    if (fields_.size() != values_.size()) {
+        return std::nullopt;
+    }
+    PZDictionary dictionary;
+    for (std::size_t i = 0; i < fields_.size(); ++i) {
+        dictionary.set(std::move(fields_[i]), std::move(values_[i]));
+    }
+    fields_.clear();
+    values_.clear();
+    return dictionary;
+}
