@@ -24,6 +24,9 @@ function(vxh_add_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()
+    if("concurrency" IN_LIST ARG_LABELS)
+        set_property(GLOBAL APPEND PROPERTY VXH_CONCURRENCY_TESTS ${name})
+    endif()
     gtest_discover_tests(${name}
         DISCOVERY_TIMEOUT 60
         PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
