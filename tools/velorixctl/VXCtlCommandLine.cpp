@@ -1,0 +1,5 @@
+#include "velorixctl/VXCtlCommandLine.h"
+
+int VXCtlCommandLine::run(int, char**) {
+    return 2;
+}

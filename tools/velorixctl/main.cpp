@@ -1,0 +1,5 @@
+#include "velorixctl/VXCtlCommandLine.h"
+
+int main(int argc, char** argv) {
+    return VXCtlCommandLine::run(argc, argv);
+}
