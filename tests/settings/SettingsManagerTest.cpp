@@ -1,0 +1,147 @@
+#include "ConfigHomeFixture.h"
+
+#include "settings/SettingsManager.h"
+#include "settings/SettingsStore.h"
+#include "transport/PZException.h"
+
+namespace {
+
+class SettingsManagerTest : public ConfigHomeFixture {
+protected:
+    // Points the settings at another, empty installation.
+    void useOtherInstallation(const std::string& name) {
+        ::setenv("XDG_CONFIG_HOME", (root() + "/" + name).c_str(), 1);
+    }
+};
+
+TEST_F(SettingsManagerTest, checkIsFirstTime_emptyStore_writesDefaultsAndReturnsNo) {
+    EXPECT_FALSE(SettingsManager::checkIsFirstTime());
+    EXPECT_EQ(readFreshCopy("first_time").value, "false");
+    EXPECT_EQ(SettingsManager::getSocketPort(), 2846);
+    EXPECT_TRUE(SettingsManager::checkUpdateAutomatically());
+    EXPECT_TRUE(SettingsManager::startAtLogin());
+    EXPECT_EQ(readFreshCopy("keyboard_input_method").value, "1");
+}
+
+TEST_F(SettingsManagerTest, checkIsFirstTime_secondCall_changesNothing) {
+    SettingsManager::checkIsFirstTime();
+    SettingsManager::setSocketPort(3000);
+    SettingsManager::setCheckUpdateAutomatically(false);
+    SettingsManager::setStartAtLogin(false);
+    const std::string before = readFile(SettingsStore::filePath());
+
+    EXPECT_FALSE(SettingsManager::checkIsFirstTime());
+    EXPECT_EQ(readFile(SettingsStore::filePath()), before);
+    EXPECT_FALSE(SettingsManager::startAtLogin());
+}
+
+TEST_F(SettingsManagerTest, checkIsFirstTime_firstTimeTrueByHand_isFirstLaunchAgain) {
+    writeFile(SettingsStore::filePath(),
+              "[General]\nfirst_time=true\nsocket%20port=3000\nupdate%20check=false\n");
+    EXPECT_TRUE(SettingsManager::checkIsFirstTime());
+    EXPECT_EQ(SettingsManager::getSocketPort(), 2846);
+    EXPECT_TRUE(SettingsManager::checkUpdateAutomatically());
+    EXPECT_EQ(SettingsStore::getBoolean("first_time"), false);
+}
+
+TEST_F(SettingsManagerTest, getKeyboardInputMethod_storedValues_zeroOrMissingRepairedToOne) {
+    struct Case {
+        std::optional<std::string> stored;
+        int expected;
+    };
+    const Case cases[] = {{std::nullopt, 1}, {"0", 1}, {"1", 1}, {"2", 2}, {"not a number", 1}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.stored.value_or("(absent)"));
+        if (c.stored) {
+            SettingsStore::setString("keyboard_input_method", *c.stored);
+        } else {
+            SettingsStore::remove("keyboard_input_method");
+        }
+        EXPECT_EQ(SettingsManager::getKeyboardInputMethod(), c.expected);
+        EXPECT_EQ(readFreshCopy("keyboard_input_method").value, std::to_string(c.expected));
+    }
+}
+
+TEST_F(SettingsManagerTest, getAppId_sameMillisecondInTwoInstallations_sameIdentifier) {
+    constexpr std::int64_t now = 1714557600123;
+    const std::string first = SettingsManager::getAppId(now);
+    useOtherInstallation("second");
+    EXPECT_EQ(SettingsManager::getAppId(now), first);
+    useOtherInstallation("third");
+    EXPECT_NE(SettingsManager::getAppId(now + 1), first);
+
+    ASSERT_EQ(first.size(), 10u);
+    EXPECT_EQ(first.find_first_not_of(SettingsManager::appIdAlphabet), std::string::npos);
+}
+
+TEST_F(SettingsManagerTest, getAppId_seedOfOne_followsTheCLibrarySequence) {
+    // glibc's rand() after srand(1) gives 1804289383, 846930886, 1681692777, ...; each modulo 62 indexes
+    // the alphabet. 2^32 + 1 milliseconds is cut to the same 32-bit seed.
+    int installation = 0;
+    for (const std::int64_t milliseconds : {std::int64_t{1}, std::int64_t{4294967297}}) {
+        useOtherInstallation("install" + std::to_string(++installation));
+        EXPECT_EQ(SettingsManager::getAppId(milliseconds), "flRIZbjJS1") << milliseconds;
+    }
+}
+
+TEST_F(SettingsManagerTest, getAppId_alreadyStored_returnedUnchanged) {
+    const std::string created = SettingsManager::getAppId(5);
+    EXPECT_EQ(SettingsManager::getAppId(999999), created);
+    EXPECT_EQ(SettingsManager::getAppId(), created);
+    EXPECT_EQ(readFreshCopy("app_id").value, created);
+
+    writeFile(SettingsStore::filePath(), "[General]\napp_id=handWritten\n");
+    EXPECT_EQ(SettingsManager::getAppId(), "handWritten");
+}
+
+TEST_F(SettingsManagerTest, getSocketPort_missingOrNotANumber_readsZero) {
+    EXPECT_EQ(SettingsManager::getSocketPort(), 0);
+    SettingsStore::setString("socket port", "80 80");
+    EXPECT_EQ(SettingsManager::getSocketPort(), 0);
+    SettingsManager::setSocketPort(65535);
+    EXPECT_EQ(SettingsManager::getSocketPort(), 65535);
+}
+
+TEST_F(SettingsManagerTest, connectionPassword_setAndRemoved_storedExactlyAsGiven) {
+    EXPECT_EQ(SettingsManager::getConnectionPassword(), std::nullopt);
+    SettingsManager::setConnectionPassword(" secret 100% =; ");
+    EXPECT_EQ(SettingsManager::getConnectionPassword(), " secret 100% =; ");
+    EXPECT_EQ(readFreshCopy("connection_password").value, " secret 100% =; ");
+    SettingsManager::setConnectionPassword(std::nullopt);
+    EXPECT_EQ(SettingsManager::getConnectionPassword(), std::nullopt);
+    EXPECT_EQ(readFreshCopy("connection_password").value, std::nullopt);
+}
+
+TEST_F(SettingsManagerTest, lastUpdatesCheck_setAndRemoved_storedAsIsoDate) {
+    const SettingsManager::TimePoint when{std::chrono::milliseconds(1714557600250)};
+    EXPECT_EQ(SettingsManager::getLastUpdatesCheck(), std::nullopt);
+    SettingsManager::setLastUpdatesCheck(when);
+    EXPECT_EQ(SettingsManager::getLastUpdatesCheck(), when);
+    EXPECT_EQ(readFreshCopy("lastUpdatesCheck").value, "2024-05-01T10:00:00.250Z");
+
+    writeFile(SettingsStore::filePath(), "[General]\nlastUpdatesCheck=2024-05-01T12:00:00.250+02:00\n");
+    EXPECT_EQ(SettingsManager::getLastUpdatesCheck(), when);
+    SettingsManager::setLastUpdatesCheck(std::nullopt);
+    EXPECT_EQ(SettingsManager::getLastUpdatesCheck(), std::nullopt);
+}
+
+TEST_F(SettingsManagerTest, getCommandKey_storedValues_unknownReadsAsControl) {
+    const std::pair<std::optional<std::string>, std::string> cases[] = {{std::nullopt, "control"},
+                                                                        {"super", "super"},
+                                                                        {"alt", "alt"},
+                                                                        {"meta", "control"},
+                                                                        {"Super", "control"}};
+    for (const auto& [stored, expected] : cases) {
+        if (stored) {
+            SettingsStore::setString("command_key", *stored);
+        } else {
+            SettingsStore::remove("command_key");
+        }
+        EXPECT_EQ(SettingsManager::getCommandKey(), expected) << stored.value_or("(absent)");
+    }
+    SettingsManager::setCommandKey("alt");
+    EXPECT_THROW(SettingsManager::setCommandKey("meta"), PZException);
+    EXPECT_EQ(SettingsManager::getCommandKey(), "alt");
+}
+
+} // namespace

@@ -1,0 +1,229 @@
+#include "ConfigHomeFixture.h"
+
+#include "settings/SettingsStore.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+class SettingsStoreTest : public ConfigHomeFixture {};
+
+using std::chrono::milliseconds;
+
+// Runs body in a child process and returns its exit status.
+template <typename Body> int inChildProcess(Body body) {
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        ::_exit(body());
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(SettingsStoreTest, configHome_environmentVariants_followXdgRules) {
+    struct Case {
+        const char* xdg;
+        const char* home;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"/x/conf", "/h", "/x/conf"},          {nullptr, "/h", "/h/.config"},  {"", "/h", "/h/.config"},
+        {"relative/conf", "/h", "/h/.config"}, {"/x/conf/", "/h/", "/x/conf"}, {nullptr, "/h/", "/h/.config"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string("XDG_CONFIG_HOME=") + (c.xdg ? c.xdg : "(unset)"));
+        if (c.xdg) {
+            ::setenv("XDG_CONFIG_HOME", c.xdg, 1);
+        } else {
+            ::unsetenv("XDG_CONFIG_HOME");
+        }
+        ::setenv("HOME", c.home, 1);
+        EXPECT_EQ(SettingsStore::configHome(), c.expected);
+        EXPECT_EQ(SettingsStore::filePath(), c.expected + "/VelorixHelper/VelorixHelper.conf");
+    }
+}
+
+TEST_F(SettingsStoreTest, setString_hostileValues_readBackExactlyFromTheFile) {
+    const std::string values[] = {
+        "two words",
+        "100% sure",
+        "a=b;c",
+        "line one\nline two",
+        "cr\r and\ttab",
+        "naïve 日本語 😀",
+        "@leading at",
+        "@Variant(x)",
+        "@ByteArray(abc)",
+        "@String(x)",
+        "\"quoted\" \\ back",
+        "a, b, c",
+        "  padded  ",
+        "",
+        "[General]",
+        "#not a comment",
+        "; neither",
+        "\x01\x7f",
+        std::string("nul\0inside", 10),
+    };
+    for (const std::string& value : values) {
+        SCOPED_TRACE("value: " + value);
+        ASSERT_TRUE(SettingsStore::setString("connection_password", value));
+        EXPECT_EQ(SettingsStore::getString("connection_password"), value);
+        const FreshRead fresh = readFreshCopy("connection_password");
+        EXPECT_TRUE(fresh.parsed);
+        EXPECT_EQ(fresh.value, value);
+    }
+}
+
+TEST_F(SettingsStoreTest, getString_keyWithSpaceWrittenByHand_isRead) {
+    writeFile(SettingsStore::filePath(), "[General]\nsocket%20port=3000\nupdate%20check=true\n");
+    EXPECT_EQ(SettingsStore::getInteger("socket port"), 3000);
+    EXPECT_EQ(SettingsStore::getBoolean("update check"), true);
+}
+
+TEST_F(SettingsStoreTest, getString_fileRewrittenWithSameSize_seesEachNewValue) {
+    // QSettings alone misses a rewrite of the same size within the same tick of the file system clock; the
+    // test gives the rewritten file the previous modification time to make that tick certain.
+    const std::string path = SettingsStore::filePath();
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(SettingsStore::setString("socket port", "1000"));
+        ASSERT_EQ(SettingsStore::getString("socket port"), "1000");
+        struct stat before {};
+        ASSERT_EQ(::stat(path.c_str(), &before), 0);
+        std::string text = readFile(path);
+        const std::string replacement = std::to_string(2000 + i);
+        text.replace(text.find("1000"), 4, replacement);
+        writeFile(path, text);
+        const timespec times[2] = {before.st_atim, before.st_mtim};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        EXPECT_EQ(SettingsStore::getString("socket port"), replacement) << "round " << i;
+    }
+}
+
+TEST_F(SettingsStoreTest, getString_changedByAnotherProcess_seenAtNextRead) {
+    ASSERT_TRUE(SettingsStore::setString("connection_password", "parent"));
+    ASSERT_EQ(SettingsStore::getString("connection_password"), "parent");
+    for (const std::string value : {"child!", "a longer value from the child", "gone"}) {
+        SCOPED_TRACE(value);
+        const int status = inChildProcess([&] {
+            if (value == "gone")
+                return SettingsStore::remove("connection_password") ? 0 : 1;
+            return SettingsStore::setString("connection_password", value) ? 0 : 1;
+        });
+        ASSERT_EQ(status, 0);
+        if (value == "gone") {
+            EXPECT_EQ(SettingsStore::getString("connection_password"), std::nullopt);
+        } else {
+            EXPECT_EQ(SettingsStore::getString("connection_password"), value);
+        }
+    }
+}
+
+TEST_F(SettingsStoreTest, setString_manyWrites_leaveOnlyTheSettingsFile) {
+    std::string last;
+    for (int i = 0; i < 200; ++i) {
+        last = std::string(static_cast<std::size_t>(i % 40), 'x') + std::to_string(i);
+        ASSERT_TRUE(SettingsStore::setString("connection_password", last));
+    }
+    EXPECT_EQ(filesIn(configHome() + "/VelorixHelper"), std::vector<std::string>{"VelorixHelper.conf"});
+    const FreshRead fresh = readFreshCopy("connection_password");
+    EXPECT_TRUE(fresh.parsed);
+    EXPECT_EQ(fresh.value, last);
+}
+
+TEST_F(SettingsStoreTest, setString_writerKilledMidLoop_leavesOneCompleteValue) {
+    // Large values make each write long enough for the kill to land inside one.
+    constexpr std::size_t length = 256 * 1024;
+    ASSERT_TRUE(SettingsStore::setString("connection_password", std::string(length, 'a')));
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            for (int i = 0;; ++i)
+                SettingsStore::setString("connection_password",
+                                         std::string(length, static_cast<char>('b' + i % 20)));
+        }
+        std::this_thread::sleep_for(milliseconds(3 + round % 7 * 4));
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+
+        const FreshRead fresh = readFreshCopy("connection_password");
+        ASSERT_TRUE(fresh.parsed);
+        ASSERT_TRUE(fresh.value.has_value());
+        ASSERT_EQ(fresh.value->size(), length);
+        EXPECT_EQ(fresh.value->find_first_not_of(fresh.value->front()), std::string::npos);
+    }
+    // The lock left behind by a killed writer does not block the next one.
+    ASSERT_TRUE(SettingsStore::setString("connection_password", "after"));
+    EXPECT_EQ(SettingsStore::getString("connection_password"), "after");
+}
+
+TEST_F(SettingsStoreTest, setString_emptyLockFilesOfAKilledWriter_removedInsteadOfAwaited) {
+    // QLockFile alone waits 30 seconds before taking such files for abandoned.
+    ASSERT_TRUE(SettingsStore::setString("socket port", "1000"));
+    const std::string path = SettingsStore::filePath();
+    for (const std::string& lock : {path + ".lock", path + ".lock.rmlock", path + ".lock.rmlock.rmlock"}) {
+        writeFile(lock, "");
+        const timespec old[2] = {{0, UTIME_OMIT}, {::time(nullptr) - 2, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, lock.c_str(), old, 0), 0);
+    }
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        ::_exit(SettingsStore::setString("socket port", "2000") ? 0 : 1);
+    int status = 0;
+    for (int waited = 0; waited < 100 && ::waitpid(pid, &status, WNOHANG) == 0; ++waited)
+        std::this_thread::sleep_for(milliseconds(100));
+    if (::kill(pid, 0) == 0 && ::waitpid(pid, &status, WNOHANG) == 0) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+        FAIL() << "the writer is still waiting for the abandoned lock after 10 seconds";
+    }
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(SettingsStore::getString("socket port"), "2000");
+    EXPECT_EQ(filesIn(configHome() + "/VelorixHelper"), std::vector<std::string>{"VelorixHelper.conf"});
+}
+
+TEST_F(SettingsStoreTest, setString_fromManyThreads_keepsEveryKeysLastValue) {
+    constexpr int threads = 4;
+    constexpr int writes = 30;
+    std::vector<std::thread> workers;
+    std::vector<int> mismatches(threads, 0);
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([t, &mismatches] {
+            const std::string key = "thread " + std::to_string(t);
+            for (int i = 0; i < writes; ++i) {
+                const std::string value = "value " + std::to_string(t) + "-" + std::to_string(i);
+                SettingsStore::setString(key, value);
+                if (SettingsStore::getString(key) != value)
+                    ++mismatches[static_cast<std::size_t>(t)];
+            }
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    for (int t = 0; t < threads; ++t) {
+        EXPECT_EQ(mismatches[static_cast<std::size_t>(t)], 0);
+        EXPECT_EQ(readFreshCopy("thread " + std::to_string(t)).value,
+                  "value " + std::to_string(t) + "-" + std::to_string(writes - 1));
+    }
+}
+
+TEST(SettingsStoreTextTest, parseDate_isoForms_giveTheInstant) {
+    const SettingsStore::TimePoint instant{milliseconds(1714557600000)}; // 2024-05-01 10:00:00 UTC
+    for (const char* text :
+         {"2024-05-01T10:00:00Z", "2024-05-01T10:00:00.000Z", "2024-05-01T12:00:00+02:00"}) {
+        EXPECT_EQ(SettingsStore::parseDate(text), instant) << text;
+    }
+    for (const char* text : {"yesterday", "2024-13-01T00:00:00Z", "", "1714557600"}) {
+        EXPECT_EQ(SettingsStore::parseDate(text), std::nullopt) << text;
+    }
+    EXPECT_EQ(SettingsStore::formatDate(instant + milliseconds(250)), "2024-05-01T10:00:00.250Z");
+}
+
+} // namespace

@@ -1,0 +1,162 @@
+#include "ConfigHomeFixture.h"
+
+#include "settings/PZLoginItemsUtility.h"
+#include "settings/SettingsManager.h"
+#include "settings/SettingsStore.h"
+#include "settings/VXConfigCommand.h"
+
+#include <sstream>
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class VXConfigCommandTest : public ConfigHomeFixture {
+protected:
+    static Outcome config(const std::vector<std::string>& args) {
+        std::ostringstream out;
+        std::ostringstream err;
+        Outcome outcome;
+        outcome.status = VXConfigCommand::run(args, out, err);
+        outcome.out = out.str();
+        outcome.err = err.str();
+        return outcome;
+    }
+};
+
+TEST_F(VXConfigCommandTest, list_freshStore_everyKeyNotSet) {
+    const Outcome listed = config({"list"});
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_EQ(listed.out, "first_time = (not set)\n"
+                          "app_id = (not set)\n"
+                          "socket port = (not set)\n"
+                          "update check = (not set)\n"
+                          "connection_password = (not set)\n"
+                          "keyboard_input_method = (not set)\n"
+                          "lastUpdatesCheck = (not set)\n"
+                          "command_key = (not set)\n"
+                          "start_at_login = false\n");
+    EXPECT_EQ(listed.err, "");
+    EXPECT_FALSE(exists(SettingsStore::filePath()));
+}
+
+TEST_F(VXConfigCommandTest, setThenGet_validValues_storedInCanonicalForm) {
+    struct Case {
+        std::string key;
+        std::string value;
+        std::string shown;
+    };
+    const Case cases[] = {
+        {"socket port", "3000", "3000"},
+        {"socket port", "65535", "65535"},
+        {"keyboard_input_method", "2", "2"},
+        {"first_time", "yes", "true"},
+        {"update check", "0", "false"},
+        {"update check", "TRUE", "true"},
+        {"connection_password", " my pass 100% = ; @x ", " my pass 100% = ; @x "},
+        {"app_id", "abcDEF1234", "abcDEF1234"},
+        {"command_key", "super", "super"},
+        {"lastUpdatesCheck", "2024-05-01T12:00:00+02:00", "2024-05-01T10:00:00.000Z"},
+        {"start_at_login", "true", "true"},
+        {"start_at_login", "no", "false"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.key + " = " + c.value);
+        const Outcome set = config({"set", c.key, c.value});
+        EXPECT_EQ(set.status, 0);
+        EXPECT_EQ(set.err, "");
+        const Outcome got = config({"get", c.key});
+        EXPECT_EQ(got.status, 0);
+        EXPECT_EQ(got.out, c.shown + "\n");
+    }
+}
+
+TEST_F(VXConfigCommandTest, set_values_seenByTheApplication) {
+    ASSERT_EQ(config({"set", "socket port", "3000"}).status, 0);
+    ASSERT_EQ(config({"set", "connection_password", "a b%c"}).status, 0);
+    ASSERT_EQ(config({"set", "keyboard_input_method", "2"}).status, 0);
+    ASSERT_EQ(config({"set", "command_key", "alt"}).status, 0);
+    ASSERT_EQ(config({"set", "start_at_login", "1"}).status, 0);
+    EXPECT_EQ(SettingsManager::getSocketPort(), 3000);
+    EXPECT_EQ(SettingsManager::getConnectionPassword(), "a b%c");
+    EXPECT_EQ(SettingsManager::getKeyboardInputMethod(), 2);
+    EXPECT_EQ(SettingsManager::getCommandKey(), "alt");
+    EXPECT_TRUE(SettingsManager::startAtLogin());
+}
+
+TEST_F(VXConfigCommandTest, unset_storedValues_reportedAsNotSet) {
+    ASSERT_EQ(config({"set", "connection_password", "secret"}).status, 0);
+    ASSERT_EQ(config({"set", "start_at_login", "true"}).status, 0);
+    EXPECT_EQ(config({"unset", "connection_password"}).status, 0);
+    EXPECT_EQ(config({"unset", "start_at_login"}).status, 0);
+    EXPECT_EQ(config({"unset", "app_id"}).status, 0);
+
+    const Outcome got = config({"get", "connection_password"});
+    EXPECT_EQ(got.status, 1);
+    EXPECT_EQ(got.out, "");
+    EXPECT_NE(got.err.find("\"connection_password\" is not set"), std::string::npos) << got.err;
+    EXPECT_FALSE(PZLoginItemsUtility::isInLoginItems());
+    EXPECT_NE(config({"list"}).out.find("connection_password = (not set)\n"), std::string::npos);
+}
+
+TEST_F(VXConfigCommandTest, list_valueWithControlCharacters_staysOnOneLine) {
+    ASSERT_EQ(config({"set", "connection_password", "a\nb\\c\td\x01"}).status, 0);
+    EXPECT_NE(config({"list"}).out.find("\nconnection_password = a\\nb\\\\c\\td\\x01\n"), std::string::npos);
+    EXPECT_EQ(config({"get", "connection_password"}).out, "a\nb\\c\td\x01\n");
+}
+
+TEST_F(VXConfigCommandTest, run_badInput_failsWithStatusAndMessageWritingNothing) {
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    };
+    const Case cases[] = {
+        {{}, 2, "usage: velorixhelper config"},
+        {{"frobnicate"}, 2, "usage:"},
+        {{"list", "extra"}, 2, "usage:"},
+        {{"get"}, 2, "usage:"},
+        {{"set", "socket port"}, 2, "usage:"},
+        {{"unset", "app_id", "x"}, 2, "usage:"},
+        {{"get", "socket_port"}, 2, "unknown key \"socket_port\""},
+        {{"set", "nope", "1"}, 2, "\"socket port\" \"update check\""},
+        {{"set", "socket port", "0"}, 2, "expected an integer from 1 to 65535"},
+        {{"set", "socket port", "65536"}, 2, "expected an integer from 1 to 65535"},
+        {{"set", "socket port", "12a"}, 2, "invalid value \"12a\" for \"socket port\""},
+        {{"set", "socket port", " 80"}, 2, "expected an integer"},
+        {{"set", "socket port", "+80"}, 2, "expected an integer"},
+        {{"set", "socket port", ""}, 2, "expected an integer"},
+        {{"set", "socket port", "99999999999999999999"}, 2, "expected an integer"},
+        {{"set", "keyboard_input_method", "3"}, 2, "expected 1 or 2"},
+        {{"set", "first_time", "maybe"}, 2, "expected true or false"},
+        {{"set", "start_at_login", "2"}, 2, "expected true or false"},
+        {{"set", "command_key", "meta"}, 2, "expected one of control super alt"},
+        {{"set", "lastUpdatesCheck", "yesterday"}, 2, "ISO 8601"},
+        {{"get", "connection_password"}, 1, "is not set"},
+    };
+    for (const Case& c : cases) {
+        std::string joined;
+        for (const std::string& arg : c.args)
+            joined += "[" + arg + "]";
+        SCOPED_TRACE(joined);
+        const Outcome outcome = config(c.args);
+        EXPECT_EQ(outcome.status, c.status);
+        EXPECT_NE(outcome.err.find(c.message), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+    }
+    EXPECT_FALSE(exists(SettingsStore::filePath()));
+    EXPECT_FALSE(exists(PZLoginItemsUtility::autostartEntryPath()));
+}
+
+TEST_F(VXConfigCommandTest, set_storeFolderBlocked_failsWithStatusOne) {
+    writeFile(configHome() + "/VelorixHelper", "a file where the folder belongs");
+    const Outcome outcome = config({"set", "socket port", "3000"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.err.find("could not write"), std::string::npos) << outcome.err;
+}
+
+} // namespace
