@@ -1,0 +1,174 @@
+#pragma once
+
+// Helpers of the application tests: commands run through the shell of the test machine, Avahi's
+// presence and browsing, free ports, temporary folders.
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+namespace apptest {
+
+// Runs a shell command line (test fixtures only); returns its standard output.
+inline std::string capture(const std::string& command) {
+    std::string out;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return out;
+    }
+    std::array<char, 4096> buffer{};
+    std::size_t n = 0;
+    while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
+        out.append(buffer.data(), n);
+    }
+    pclose(pipe);
+    return out;
+}
+
+// Whether an avahi-daemon answers on the system bus.
+inline bool avahiRunning() {
+    return std::system("avahi-daemon --check >/dev/null 2>&1") == 0;
+}
+
+// The resolved avahi-browse lines ("=;iface;proto;name;type;domain;host;address;port;txt") of the
+// application's service type that name port, polled until one appears or timeout passes.
+inline std::string browseForPort(int port, std::chrono::seconds timeout = std::chrono::seconds(30)) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    const std::string needle = ";" + std::to_string(port) + ";";
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::istringstream lines(capture("avahi-browse -rtp _VelorixServer._tcp 2>/dev/null"));
+        std::string found;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.rfind("=;", 0) == 0 && line.find(needle) != std::string::npos) {
+                found += line + "\n";
+            }
+        }
+        if (!found.empty()) {
+            return found;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return {};
+}
+
+// The service name field of an avahi-browse line (avahi-browse writes a space as \032).
+inline std::string browsedName(const std::string& line) {
+    std::size_t start = 0;
+    for (int field = 0; field < 3; ++field) {
+        start = line.find(';', start) + 1;
+    }
+    return line.substr(start, line.find(';', start) - start);
+}
+
+// The avahi-daemon that the test services started (its pid file is $VXH_TEST_AVAHI_PIDFILE, its log
+// $VXH_TEST_AVAHI_LOG). Only that daemon is ever stopped or restarted; the new pid goes back into the pid
+// file so that the services' stop script stops it.
+class TestAvahiDaemon {
+public:
+    TestAvahiDaemon() {
+        const char* pidFile = std::getenv("VXH_TEST_AVAHI_PIDFILE");
+        const char* log = std::getenv("VXH_TEST_AVAHI_LOG");
+        if (pidFile != nullptr && log != nullptr && *pidFile != 0 && *log != 0) {
+            pidFile_ = pidFile;
+            log_ = log;
+        }
+    }
+    // Whether the test services started the daemon (else it must not be touched).
+    bool available() const { return !pidFile_.empty(); }
+
+    // Stops the daemon and waits until it is gone.
+    bool stop() {
+        const auto pid = readPid();
+        if (pid <= 0) {
+            return false;
+        }
+        ::kill(pid, SIGTERM);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (::kill(pid, 0) == 0 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return ::kill(pid, 0) != 0;
+    }
+
+    // Starts a new daemon, records its pid and waits until it reports that it is ready.
+    bool start() {
+        const auto before = startups();
+        const std::string command =
+            "avahi-daemon --no-rlimits >>'" + log_ + "' 2>&1 & echo $! >'" + pidFile_ + "'";
+        if (std::system(command.c_str()) != 0) {
+            return false;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (startups() == before && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return startups() > before;
+    }
+
+private:
+    pid_t readPid() const {
+        std::ifstream file(pidFile_);
+        pid_t pid = 0;
+        file >> pid;
+        return pid;
+    }
+    std::size_t startups() const {
+        std::ifstream file(log_);
+        std::size_t count = 0;
+        for (std::string line; std::getline(file, line);) {
+            count += line.find("Server startup complete") != std::string::npos ? 1 : 0;
+        }
+        return count;
+    }
+
+    std::string pidFile_;
+    std::string log_;
+};
+
+// A TCP port that was free a moment ago (bound and released on 127.0.0.1).
+inline int freePort() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+// A fresh temporary folder, removed with its contents at the end of its scope.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "vxh-app-XXXXXX").string();
+        path_ = mkdtemp(pattern.data());
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace apptest
