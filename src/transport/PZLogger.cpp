@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <syslog.h>
+#include <utility>
 
 namespace {
 
@@ -22,11 +23,22 @@ LoggerState& state() {
 
 std::atomic<bool> echoEnabled{true};
 
+thread_local PZLogger::ThreadFilter threadFilter;
+thread_local bool insideThreadFilter = false;
+
 } // namespace
 
 void PZLogger::write(std::string_view text) {
     if (!text.empty() && text.back() == '\n') {
         text.remove_suffix(1);
+    }
+    if (threadFilter && !insideThreadFilter) {
+        insideThreadFilter = true;
+        const bool pass = threadFilter(text);
+        insideThreadFilter = false;
+        if (!pass) {
+            return;
+        }
     }
     auto& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
@@ -57,4 +69,10 @@ void PZLogger::removeObserver(std::size_t token) {
     s.observers.erase(token);
 }
 
-void PZLogger::setEchoEnabled(bool enabled) { echoEnabled.store(enabled, std::memory_order_relaxed); }
+void PZLogger::setEchoEnabled(bool enabled) {
+    echoEnabled.store(enabled, std::memory_order_relaxed);
+}
+
+void PZLogger::setThreadFilter(ThreadFilter filter) {
+    threadFilter = std::move(filter);
+}

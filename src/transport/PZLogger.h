@@ -21,7 +21,16 @@ public:
 
     // Standard error and syslog can be silenced (tests that provoke thousands of lines); observers still run.
     static void setEchoEnabled(bool enabled);
+
+    // Decides, for each line logged on one thread, whether it is written now.
+    using ThreadFilter = std::function<bool(std::string_view line)>;
+    // Installs filter for the calling thread (an empty one removes it). Every line logged on this thread
+    // goes to the filter first and is written only when it returns true; what the filter logs itself
+    // is written unfiltered.
+    static void setThreadFilter(ThreadFilter filter);
 };
 
 // The logging function used throughout the code.
-inline void PZLog(std::string_view text) { PZLogger::write(text); }
+inline void PZLog(std::string_view text) {
+    PZLogger::write(text);
+}

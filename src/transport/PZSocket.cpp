@@ -57,6 +57,12 @@ sockaddr_in toSockaddr(const PZSocket::Address& address) {
     return result;
 }
 
+std::string addressText(const sockaddr_in& address) {
+    char text[INET_ADDRSTRLEN] = {};
+    ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
+}
+
 } // namespace
 
 const std::string PZSocket::kConnectionOnInvalidSocketErrorMessage =
@@ -203,7 +209,8 @@ void PZSocket::tryToConnect(const std::vector<Address>& addresses) {
         }
         const int error = errno;
         // The message travels as the domain, as the receivers expect.
-        lastError = PZError(connectErrorMessage(error), error, systemErrorText(error));
+        lastError = PZError(connectErrorMessage(error), error,
+                            systemErrorText(error) + " (" + addressText(target) + ")");
         if (error == EISCONN) {
             break;
         }
@@ -243,7 +250,7 @@ std::string PZSocket::getRemoteStringAddress() const {
     const sockaddr_in address = toSockaddr(serverAddress_);
     char text[INET_ADDRSTRLEN] = {};
     ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-    return text;
+    return text; // the same text inet_ntoa gives, without its shared buffer
 }
 
 void PZSocket::sendData(std::span<const std::uint8_t> data) {

@@ -1,8 +1,9 @@
-#include "transport/PZException.h"
 #include "transport/PZLogger.h"
+#include "transport/PZException.h"
 
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,4 +49,31 @@ TEST(PZException, carriesNameAndReason) {
         EXPECT_EQ(e.reason(), "ServerSocket is just starting");
         EXPECT_STREQ(e.what(), "PZServerSocket startOnPort:: ServerSocket is just starting");
     }
+}
+
+TEST(PZLogger, threadFilter_decidesForItsThreadOnly_linesItLogsPassUnfiltered) {
+    std::vector<std::string> lines;
+    std::mutex mutex;
+    const auto token = PZLogger::addObserver([&](std::string_view line) {
+        std::lock_guard<std::mutex> lock(mutex);
+        lines.emplace_back(line);
+    });
+    std::thread filtered([] {
+        PZLogger::setThreadFilter([](std::string_view line) {
+            if (line == "drop me") {
+                PZLog("dropped one"); // written as it is, not filtered again
+                return false;
+            }
+            return true;
+        });
+        PZLog("keep me");
+        PZLog("drop me");
+        PZLogger::setThreadFilter({});
+        PZLog("drop me");
+    });
+    filtered.join();
+    std::thread other([] { PZLog("drop me"); });
+    other.join();
+    PZLogger::removeObserver(token);
+    EXPECT_EQ(lines, (std::vector<std::string>{"keep me", "dropped one", "drop me", "drop me"}));
 }

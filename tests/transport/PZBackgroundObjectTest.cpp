@@ -1,0 +1,111 @@
+#include "transport/PZBackgroundObject.h"
+#include "transport/PZRunLoop.h"
+#include "transport/PZThread.h"
+
+#include "TransportTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+
+namespace {
+
+struct Target {
+    std::vector<int> received;
+};
+
+} // namespace
+
+TEST(PZBackgroundObject, addInvocation_absentTarget_nothingQueued) {
+    auto object = std::make_shared<PZBackgroundObject>();
+    std::weak_ptr<Target> absent;
+    EXPECT_FALSE(PZBackgroundObject::invocationWithTarget(absent, [](Target&) {}).has_value());
+    auto target = std::make_shared<Target>();
+    object->postInvocation(std::weak_ptr<Target>(target), [](Target& t) { t.received.push_back(1); });
+    target.reset(); // gone before the perform: the queued invocation does nothing
+    object->performAllInvocations();
+    SUCCEED();
+}
+
+TEST(PZBackgroundObject, addInvocation_threeThreadsBeforeScheduling_allRunInAddOrder) {
+    auto object = std::make_shared<PZBackgroundObject>();
+    auto target = std::make_shared<Target>();
+    std::mutex orderMutex; // makes "the order they were added" observable across threads
+    std::vector<int> added;
+    std::barrier start(3);
+    for (int t = 0; t < 3; ++t) {
+        PZThread::detach("poster", [&, t] {
+            start.arrive_and_wait();
+            for (int i = 0; i < 50; ++i) {
+                std::lock_guard<std::mutex> lock(orderMutex);
+                const int value = t * 1000 + i;
+                added.push_back(value);
+                object->postInvocation(std::weak_ptr<Target>(target),
+                                       [value](Target& target) { target.received.push_back(value); });
+            }
+        });
+    }
+    ASSERT_TRUE(waitForThreads());
+    EXPECT_TRUE(target->received.empty());
+    object->scheduleInRunLoop(PZRunLoop::current());
+    PZRunLoop::current()->runOnce(1s);
+    EXPECT_EQ(target->received, added); // all of them, at the first run after scheduling
+    object->invalidate();
+}
+
+TEST(PZBackgroundObject, addInvocation_duringPerform_runsAtNextPerform) {
+    auto object = std::make_shared<PZBackgroundObject>();
+    auto target = std::make_shared<Target>();
+    std::weak_ptr<Target> weak = target;
+    object->postInvocation(weak, [&](Target& t) {
+        t.received.push_back(1);
+        object->postInvocation(weak, [](Target& t) { t.received.push_back(2); });
+    });
+    object->performAllInvocations();
+    EXPECT_EQ(target->received, std::vector<int>{1});
+    object->performAllInvocations();
+    EXPECT_EQ(target->received, (std::vector<int>{1, 2}));
+}
+
+TEST(PZBackgroundObject, invalidate_dropsPendingAndIgnoresLaterInvocations) {
+    auto object = std::make_shared<PZBackgroundObject>();
+    auto target = std::make_shared<Target>();
+    std::weak_ptr<Target> weak = target;
+    object->scheduleInRunLoop(PZRunLoop::current());
+    object->postInvocation(weak, [](Target& t) { t.received.push_back(1); });
+    object->postInvocation(std::weak_ptr<PZBackgroundObject>(object),
+                           [](PZBackgroundObject& o) { o.invalidate(); });
+    object->postInvocation(weak, [](Target& t) { t.received.push_back(2); }); // same batch: still runs
+    PZRunLoop::current()->runOnce(1s);
+    EXPECT_FALSE(object->isValid());
+    object->postInvocation(weak, [](Target& t) { t.received.push_back(3); });
+    object->performAllInvocations();
+    EXPECT_EQ(target->received, (std::vector<int>{1, 2}));
+    // With its only source gone, nothing can wake the loop any more.
+    EXPECT_EQ(PZRunLoop::current()->runOnce(0ms), PZRunLoop::RunResult::Finished);
+}
+
+TEST(PZBackgroundObject, destroyedWhileWorkersPost_noDeliveryAfterwards) {
+    auto target = std::make_shared<Target>();
+    std::atomic<bool> stop{false};
+    auto object = std::make_shared<PZBackgroundObject>();
+    object->scheduleInRunLoop(PZRunLoop::current());
+    std::weak_ptr<PZBackgroundObject> weakObject = object;
+    PZThread::detach("poster", [&, weakObject] {
+        while (!stop) {
+            if (auto o = weakObject.lock()) {
+                o->postInvocation(std::weak_ptr<Target>(target), [](Target& t) { t.received.push_back(1); });
+            }
+        }
+    });
+    runLoopUntil([&] { return target->received.size() > 100; });
+    object.reset(); // the poster may hold the last reference for a moment: the source dies with it
+    runLoopUntil([&] { return weakObject.expired(); });
+    const auto seen = target->received.size();
+    PZRunLoop::current()->runOnce(20ms);
+    stop = true;
+    EXPECT_TRUE(waitForThreads());
+    EXPECT_EQ(target->received.size(), seen);
+    EXPECT_GT(seen, 100u);
+}

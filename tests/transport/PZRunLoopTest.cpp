@@ -1,0 +1,264 @@
+#include "transport/PZRunLoop.h"
+#include "transport/PZException.h"
+#include "transport/PZRunLoopSource.h"
+#include "transport/PZThread.h"
+#include "transport/PZTimer.h"
+
+#include "TransportTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <poll.h>
+#include <pthread.h>
+#include <stdexcept>
+
+namespace {
+
+struct Counter {
+    int calls = 0;
+};
+
+// Runs body on a fresh PZThread with its own run loop and returns what it returns.
+template <typename T> T onWorkerThread(std::function<T()> body) {
+    std::promise<T> result;
+    auto future = result.get_future();
+    PZThread::detach("loop test", [&] { result.set_value(body()); });
+    T value = future.get();
+    EXPECT_TRUE(waitForThreads());
+    return value;
+}
+
+} // namespace
+
+TEST(PZRunLoop, current_eachThreadItsOwnAndMainIsTheMainThreads) {
+    auto here = PZRunLoop::current();
+    EXPECT_EQ(here, PZRunLoop::current());
+    EXPECT_EQ(here, PZRunLoop::main()); // the tests run on the main thread
+    EXPECT_TRUE(here->isCurrent());
+    const bool workerSeesOwn = onWorkerThread<bool>([&] {
+        auto worker = PZRunLoop::current();
+        return worker != here && worker->isCurrent() && !here->isCurrent() && PZRunLoop::main() == here;
+    });
+    EXPECT_TRUE(workerSeesOwn);
+}
+
+TEST(PZThread, detach_longName_truncatedAndSmallStack) {
+    struct Seen {
+        char name[32] = {};
+        std::size_t stack = 0;
+    };
+    const Seen seen = onWorkerThread<Seen>([] {
+        Seen s;
+        pthread_getname_np(pthread_self(), s.name, sizeof s.name);
+        pthread_attr_t attr;
+        pthread_getattr_np(pthread_self(), &attr);
+        pthread_attr_getstacksize(&attr, &s.stack);
+        pthread_attr_destroy(&attr);
+        return s;
+    });
+    EXPECT_STREQ(seen.name, "loop test");
+    EXPECT_EQ(seen.stack, PZThread::kStackSize);
+    const std::string longName = onWorkerThread<std::string>([] {
+        PZThread::setCurrentName("a name longer than fifteen");
+        char name[32] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        return std::string(name);
+    });
+    EXPECT_EQ(longName, "a name longer t");
+}
+
+TEST(PZRunLoop, post_fromOtherThreads_runsOnLoopThreadInOrder) {
+    auto loop = PZRunLoop::current();
+    std::vector<int> order;
+    std::atomic<bool> offThread{false};
+    PZRunLoop* raw = loop.get();
+    PZThread::detach("poster", [&, loop] {
+        for (int i = 0; i < 100; ++i) {
+            loop->post([&order, &offThread, raw, i] {
+                offThread = offThread || !raw->isCurrent();
+                order.push_back(i);
+            });
+        }
+    });
+    ASSERT_TRUE(runLoopUntil([&] { return order.size() == 100; }));
+    EXPECT_FALSE(offThread);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(order[static_cast<std::size_t>(i)], i);
+    }
+    EXPECT_TRUE(waitForThreads());
+}
+
+TEST(PZRunLoop, post_receiverGone_dropped) {
+    auto loop = PZRunLoop::current();
+    auto receiver = std::make_shared<Counter>();
+    int ran = 0;
+    loop->post(receiver, [&](Counter& c) { ++c.calls, ++ran; });
+    receiver.reset();
+    loop->post([&] { ++ran; });
+    loop->runOnce(0ms);
+    EXPECT_EQ(ran, 1);
+}
+
+TEST(PZRunLoop, run_nothingLeft_returnsAfterLastTimer) {
+    auto loop = PZRunLoop::current();
+    int fired = 0;
+    PZTimer::scheduledTimer(20ms, false, [&](PZTimer&) { ++fired; });
+    loop->run(); // returns once the one-shot timer has fired: nothing else can wake the loop
+    EXPECT_EQ(fired, 1);
+    EXPECT_EQ(loop->runUntil(PZRunLoop::Clock::now() + 1s), PZRunLoop::RunResult::Finished);
+}
+
+TEST(PZRunLoop, stop_fromAnotherThread_endsRun) {
+    auto loop = PZRunLoop::current();
+    auto keepAlive = PZTimer::scheduledTimer(1h, false, [](PZTimer&) {});
+    PZThread::detach("stopper", [loop] {
+        std::this_thread::sleep_for(20ms);
+        loop->stop();
+    });
+    EXPECT_EQ(loop->runUntil(PZRunLoop::Clock::now() + 10s), PZRunLoop::RunResult::Stopped);
+    EXPECT_EQ(loop->runUntil(PZRunLoop::Clock::now() + 10ms), PZRunLoop::RunResult::TimedOut);
+    keepAlive->invalidate();
+    EXPECT_TRUE(waitForThreads());
+}
+
+TEST(PZRunLoop, runUntil_fromForeignThread_throws) {
+    auto loop = PZRunLoop::current();
+    const std::string name = onWorkerThread<std::string>([loop] {
+        try {
+            loop->runOnce(0ms);
+        } catch (const PZException& e) {
+            return e.name();
+        }
+        return std::string("none");
+    });
+    EXPECT_EQ(name, "PZRunLoop run");
+}
+
+TEST(PZRunLoop, post_throwingWork_exceptionEscapesAndLaterWorkStillRuns) {
+    auto loop = PZRunLoop::current();
+    std::vector<int> ran;
+    loop->post([&] { ran.push_back(1); });
+    loop->post([] { throw std::runtime_error("boom"); });
+    loop->post([&] { ran.push_back(3); });
+    EXPECT_THROW(loop->runOnce(0ms), std::runtime_error);
+    loop->runOnce(0ms);
+    EXPECT_EQ(ran, (std::vector<int>{1, 3}));
+}
+
+TEST(PZRunLoopSource, signal_beforeScheduling_performedOnceScheduled) {
+    auto loop = PZRunLoop::current();
+    int performed = 0;
+    std::vector<std::string> calls;
+    auto source = std::make_shared<PZRunLoopSource>(PZRunLoopSource::Callbacks{
+        .schedule = [&](PZRunLoop&) { calls.push_back("schedule"); },
+        .cancel = [&](PZRunLoop&) { calls.push_back("cancel"); },
+        .perform = [&] { ++performed; },
+    });
+    source->signal();
+    source->signal(); // two signals before a perform make one perform
+    loop->runOnce(0ms);
+    EXPECT_EQ(performed, 0);
+    loop->addSource(source);
+    ASSERT_TRUE(runLoopUntil([&] { return performed == 1; }));
+    loop->runOnce(10ms);
+    EXPECT_EQ(performed, 1);
+    source->invalidate();
+    source->signal();
+    loop->runOnce(10ms);
+    EXPECT_EQ(performed, 1);
+    EXPECT_EQ(calls, (std::vector<std::string>{"schedule", "cancel"}));
+    EXPECT_EQ(loop->runOnce(0ms), PZRunLoop::RunResult::Finished);
+}
+
+TEST(PZTimer, oneShotAndRepeating_fireAsScheduledAndStopWhenInvalidated) {
+    std::vector<std::string> fired;
+    auto repeating = PZTimer::scheduledTimer(10ms, true, [&](PZTimer& timer) {
+        fired.push_back("repeat");
+        if (std::count(fired.begin(), fired.end(), "repeat") == 3) {
+            timer.invalidate(); // from its own callback
+        }
+    });
+    auto oneShot = PZTimer::scheduledTimer(15ms, false, [&](PZTimer&) { fired.push_back("once"); });
+    auto cancelled = PZTimer::scheduledTimer(5ms, false, [&](PZTimer&) { fired.push_back("cancelled"); });
+    cancelled->invalidate();
+    PZRunLoop::current()->run();
+    EXPECT_EQ(std::count(fired.begin(), fired.end(), "repeat"), 3);
+    EXPECT_EQ(std::count(fired.begin(), fired.end(), "once"), 1);
+    EXPECT_EQ(std::count(fired.begin(), fired.end(), "cancelled"), 0);
+    EXPECT_FALSE(repeating->isValid());
+    EXPECT_FALSE(oneShot->isValid()); // a fired one-shot timer is spent
+}
+
+TEST(PZTimer, invalidate_fromAnotherThread_handedToTheTimersLoop) {
+    std::atomic<int> fired{0};
+    std::shared_ptr<PZTimer> timer;
+    std::promise<void> scheduled;
+    std::promise<PZRunLoop::RunResult> ended;
+    PZThread::detach("timer loop", [&] {
+        timer = PZTimer::scheduledTimer(1ms, true, [&](PZTimer&) { ++fired; });
+        scheduled.set_value();
+        // Only the timer keeps this loop running: run() returns once the removal has reached it.
+        ended.set_value(PZRunLoop::current()->runUntil(PZRunLoop::Clock::now() + 20s));
+    });
+    scheduled.get_future().wait();
+    while (fired.load() < 3) {
+        std::this_thread::sleep_for(1ms);
+    }
+    timer->invalidate();
+    const int atInvalidation = fired.load();
+    auto result = ended.get_future();
+    ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(result.get(), PZRunLoop::RunResult::Finished);
+    EXPECT_LE(fired.load(), atInvalidation + 1); // at most one firing already under way
+    EXPECT_TRUE(waitForThreads());
+}
+
+TEST(PZRunLoop, performAfterDelay_cancelByTargetAndSelector) {
+    auto loop = PZRunLoop::current();
+    auto target = std::make_shared<Counter>();
+    auto other = std::make_shared<Counter>();
+    std::vector<std::string> ran;
+    loop->performAfterDelay(
+        target, 10ms, [&](Counter&) { ran.push_back("click"); }, "click");
+    loop->performAfterDelay(
+        target, 10ms, [&](Counter&) { ran.push_back("timeout"); }, "timeout");
+    loop->performAfterDelay(other, 10ms, [&](Counter&) { ran.push_back("other"); });
+    loop->cancelPreviousPerformRequests(target.get(), "click");
+    loop->run();
+    EXPECT_EQ(ran, (std::vector<std::string>{"timeout", "other"}));
+
+    ran.clear();
+    loop->performAfterDelay(
+        target, 10ms, [&](Counter&) { ran.push_back("a"); }, "a");
+    loop->performAfterDelay(
+        target, 10ms, [&](Counter&) { ran.push_back("b"); }, "b");
+    auto gone = std::make_shared<Counter>();
+    loop->performAfterDelay(gone, 5ms, [&](Counter&) { ran.push_back("gone"); });
+    gone.reset();
+    // A cancellation from another thread is handed to the loop as well.
+    std::thread([&] { loop->cancelPreviousPerformRequests(target.get()); }).join();
+    loop->run();
+    EXPECT_TRUE(ran.empty());
+}
+
+TEST(PZRunLoop, drivenFromOutside_wakeDescriptorProcessDueAndDeadline) {
+    // A worker's loop driven by hand, as an outer event loop does it.
+    const bool ok = onWorkerThread<bool>([] {
+        auto loop = PZRunLoop::current();
+        bool ran = false;
+        std::thread([&] { loop->post([&] { ran = true; }); }).join();
+        pollfd fd{loop->wakeDescriptor(), POLLIN, 0};
+        const bool readable = ::poll(&fd, 1, 1000) == 1;
+        const bool processed = loop->processDue() && ran;
+        const bool quietAfter = ::poll(&fd, 1, 0) == 0;
+        const auto before = PZRunLoop::Clock::now();
+        auto timer = PZTimer::scheduledTimer(50ms, false, [](PZTimer&) {});
+        const auto deadline = loop->nextTimerDeadline();
+        const bool deadlineRight = deadline && *deadline >= before + 50ms && *deadline < before + 1s;
+        timer->invalidate();
+        return readable && processed && quietAfter && deadlineRight && !loop->nextTimerDeadline();
+    });
+    EXPECT_TRUE(ok);
+}

@@ -1,0 +1,287 @@
+#include "transport/PZSocket.h"
+#include "transport/PZException.h"
+
+#include "TransportTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <sys/socket.h>
+
+namespace {
+
+const std::string kReadStart = "PZSocket thread 1 ++++++++++++++++++++++++ read";
+const std::string kReadEnd = "PZSocket thread 1 ------------------------- read";
+const std::string kWriteStart = "PZSocket thread 2 ++++++++++++++++++++++++ write";
+const std::string kWriteEnd = "PZSocket thread 2 ------------------------- write";
+
+std::vector<std::uint8_t> pattern(std::size_t count) {
+    std::vector<std::uint8_t> bytes(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<std::uint8_t>((i * 31) ^ (i >> 8));
+    }
+    return bytes;
+}
+
+std::vector<std::uint8_t> text(const std::string& s) {
+    return {s.begin(), s.end()};
+}
+
+// A started socket around descriptor, delivering to the calling thread.
+std::shared_ptr<PZSocket> adopt(int descriptor, const std::shared_ptr<RecordingSocketDelegate>& delegate,
+                                std::optional<PZSocket::Address> address = std::nullopt) {
+    auto socket = std::make_shared<PZSocket>(descriptor, std::move(address));
+    socket->setDelegate(delegate);
+    socket->scheduleInRunLoop(PZRunLoop::current());
+    socket->start();
+    return socket;
+}
+
+void setLingerReset(int fd) {
+    const linger reset{1, 0}; // close() then sends a reset instead of an orderly end
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+}
+
+class PZSocketTest : public ::testing::Test {
+protected:
+    void TearDown() override { EXPECT_TRUE(waitForThreads()) << "a socket thread did not end"; }
+
+    RawListener listener_;
+    std::shared_ptr<RecordingSocketDelegate> delegate_ = std::make_shared<RecordingSocketDelegate>();
+};
+
+} // namespace
+
+TEST_F(PZSocketTest, receive_peerWritesThenClosesCleanly_allBytesAndBothClosingMessages) {
+    LogCapture log;
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = adopt(accepted, delegate_);
+    const auto payload = pattern(10000);
+    ASSERT_EQ(::send(peer, payload.data(), payload.size(), 0), static_cast<ssize_t>(payload.size()));
+    ::close(peer);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("closeRead") && delegate_->has("disconnected"); }));
+    runLoopUntil([&] { return !socket->isValid(); });
+
+    EXPECT_EQ(delegate_->received, payload);
+    for (auto size : delegate_->chunkSizes) {
+        EXPECT_LE(size, 2048u);
+    }
+    EXPECT_TRUE(delegate_->errors.empty());
+    EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
+    EXPECT_FALSE(socket->isValid()); // the posted invalidation ran after the delegate heard of the end
+    EXPECT_FALSE(socket->connected());
+    EXPECT_TRUE(waitForThreads());
+    EXPECT_EQ(log.count("PZSocket: shutdown read"), 1u);
+    EXPECT_EQ(log.count("PZSocket: shutdown write"), 1u);
+    for (const auto& line : {kReadStart, kReadEnd, kWriteStart, kWriteEnd}) {
+        EXPECT_EQ(log.count(line), 1u) << line;
+    }
+}
+
+TEST_F(PZSocketTest, disconnect_5000BytesQueued_allWrittenInChunksOfAtMost1024) {
+    // A packet socket pair keeps each send() apart, so the chunks the writer makes can be seen.
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair), 0);
+    auto socket = adopt(pair[0], delegate_, RawListener::addressData(1));
+    const auto payload = pattern(5000);
+    socket->sendData(payload);
+    socket->disconnect();
+    socket->sendData(text("after disconnect"));
+
+    std::vector<std::uint8_t> received;
+    std::vector<ssize_t> chunks;
+    std::uint8_t buffer[4096];
+    for (ssize_t n; (n = ::recv(pair[1], buffer, sizeof buffer, 0)) > 0;) {
+        chunks.push_back(n);
+        received.insert(received.end(), buffer, buffer + n);
+    }
+    EXPECT_EQ(received, payload);
+    EXPECT_GE(chunks.size(), 5u);
+    for (auto size : chunks) {
+        EXPECT_LE(size, 1024);
+    }
+    ::close(pair[1]);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+}
+
+TEST_F(PZSocketTest, getRemoteStringAddress_unknownOrPeerAddress) {
+    EXPECT_EQ(std::make_shared<PZSocket>()->getRemoteStringAddress(), "Unknown");
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = std::make_shared<PZSocket>(accepted, std::nullopt);
+    EXPECT_EQ(socket->getRemoteStringAddress(), "127.0.0.1");
+    ASSERT_TRUE(socket->serverAddress().has_value());
+    EXPECT_EQ(socket->serverAddress()->size(), sizeof(sockaddr_in));
+    socket->close(); // never started: the descriptor goes at once
+    EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
+    ::close(peer);
+}
+
+TEST_F(PZSocketTest, connectToAddress_listeningPeer_connectedBothWaysThenClosed) {
+    auto socket = std::make_shared<PZSocket>();
+    socket->setDelegate(delegate_);
+    socket->scheduleInRunLoop(PZRunLoop::current());
+    ASSERT_FALSE(socket->connectToAddress(RawListener::addressData(listener_.port())).has_value());
+    const int peer = listener_.accept();
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("connected"); }));
+    EXPECT_TRUE(socket->connected());
+    EXPECT_EQ(socket->getRemoteStringAddress(), "127.0.0.1");
+
+    socket->sendData(text("ping"));
+    std::uint8_t buffer[16];
+    ASSERT_EQ(::recv(peer, buffer, sizeof buffer, 0), 4);
+    ::send(peer, "pong", 4, 0);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->received == text("pong"); }));
+
+    socket->close();
+    EXPECT_EQ(::recv(peer, buffer, sizeof buffer, 0), 0);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected") && !socket->isValid(); }));
+    ::close(peer);
+}
+
+TEST_F(PZSocketTest, connectToHostPort_nameOrUnresolvable) {
+    auto socket = std::make_shared<PZSocket>();
+    socket->setDelegate(delegate_);
+    socket->scheduleInRunLoop(PZRunLoop::current());
+    const auto failed = socket->connectToHostPort("", listener_.port());
+    ASSERT_TRUE(failed.has_value());
+    EXPECT_EQ(failed->domain(), "PZSocket");
+    EXPECT_EQ(failed->code(), 1);
+    EXPECT_EQ(failed->description(), PZSocket::kImpossibleToResolveHostNameSocketErrorMessage);
+
+    ASSERT_FALSE(socket->connectToHostPort("localhost", listener_.port()).has_value());
+    const int peer = listener_.accept();
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("connected"); }));
+    socket->hardClose();
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+    ::close(peer);
+}
+
+TEST_F(PZSocketTest, connectToNetService_threeRefusedAddresses_oneErrorCarryingTheThird) {
+    std::vector<PZSocket::Address> addresses;
+    std::uint16_t lastPort = 0;
+    for (int i = 0; i < 3; ++i) {
+        RawListener closedSoon; // its port refuses once it is gone
+        lastPort = closedSoon.port();
+        addresses.push_back(RawListener::addressData(lastPort));
+    }
+    auto socket = std::make_shared<PZSocket>();
+    socket->setDelegate(delegate_);
+    socket->scheduleInRunLoop(PZRunLoop::current());
+    ASSERT_FALSE(socket->connectToNetService(addresses).has_value());
+    ASSERT_TRUE(runLoopUntil([&] { return !delegate_->errors.empty() && PZThread::runningCount() == 0; }));
+    PZRunLoop::current()->runOnce(20ms);
+    ASSERT_EQ(delegate_->errors.size(), 1u);
+    const PZError& error = delegate_->errors[0];
+    EXPECT_EQ(error.domain(), "The server has actively refused to establish the connection");
+    EXPECT_EQ(error.code(), ECONNREFUSED);
+    EXPECT_NE(error.description().find(":" + std::to_string(lastPort) + ")"), std::string::npos)
+        << error.description();
+    EXPECT_FALSE(delegate_->has("connected"));
+}
+
+TEST_F(PZSocketTest, connectToNetService_emptyList_noAddressError) {
+    auto socket = std::make_shared<PZSocket>();
+    socket->setDelegate(delegate_);
+    socket->scheduleInRunLoop(PZRunLoop::current());
+    ASSERT_FALSE(socket->connectToNetService({}).has_value());
+    ASSERT_TRUE(runLoopUntil([&] { return !delegate_->errors.empty(); }));
+    EXPECT_EQ(delegate_->errors[0], PZError("No address to connect", -1));
+}
+
+TEST_F(PZSocketTest, connectAndStart_invalidatedSocket_errorAndException) {
+    auto socket = std::make_shared<PZSocket>();
+    socket->invalidate();
+    const auto error = socket->connectToAddress(RawListener::addressData(listener_.port()));
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->domain(), "PZSocket");
+    EXPECT_EQ(error->code(), 1);
+    EXPECT_EQ(error->description(), PZSocket::kConnectionOnInvalidSocketErrorMessage);
+    try {
+        socket->start();
+        FAIL() << "start on an invalid socket must throw";
+    } catch (const PZException& e) {
+        EXPECT_EQ(e.name(), "NSInternalInconsistencyException");
+        EXPECT_EQ(e.reason(), "PZSocket start");
+    }
+}
+
+TEST_F(PZSocketTest, peerResetDuringWrite_errorDeliveredAndOtherConnectionUnharmed) {
+    auto [peerA, acceptedA] = listener_.connectedPair();
+    auto [peerB, acceptedB] = listener_.connectedPair();
+    auto delegateB = std::make_shared<RecordingSocketDelegate>();
+    auto socketA = adopt(acceptedA, delegate_);
+    auto socketB = adopt(acceptedB, delegateB);
+    socketA->sendData(pattern(8 << 20)); // far more than the socket buffers hold: the writer blocks
+    std::uint8_t buffer[1024];
+    ASSERT_GT(::recv(peerA, buffer, sizeof buffer, 0), 0); // the writer is under way
+    setLingerReset(peerA);
+    ::close(peerA);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+    ASSERT_FALSE(delegate_->errors.empty());
+    for (const auto& error : delegate_->errors) {
+        EXPECT_EQ(error.domain(), "PZSocket");
+        EXPECT_TRUE(error.code() == 1 || error.code() == 2) << error.code();
+    }
+
+    socketB->sendData(text("still here"));
+    ASSERT_EQ(::recv(peerB, buffer, sizeof buffer, 0), 10);
+    ::send(peerB, "ok", 2, 0);
+    ASSERT_TRUE(runLoopUntil([&] { return delegateB->received == text("ok"); }));
+    socketB->close();
+    ::close(peerB);
+    ASSERT_TRUE(runLoopUntil([&] { return delegateB->has("disconnected"); }));
+}
+
+TEST_F(PZSocketTest, sendData_peerGone_writeErrorWithoutSigpipe) {
+    auto previous = std::signal(SIGPIPE, SIG_DFL); // a SIGPIPE would end this process
+    auto [peer, accepted] = listener_.connectedPair();
+    delegate_->disconnectOnReadEnd = false; // keep the writer alive after the peer left
+    auto socket = adopt(accepted, delegate_);
+    ::close(peer);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("closeRead"); }));
+    // The first write draws a reset from the peer's system; a later one fails with EPIPE.
+    ASSERT_TRUE(runLoopUntil([&] {
+        socket->sendData(text("into the void"));
+        return !delegate_->errors.empty();
+    }));
+    EXPECT_EQ(delegate_->errors[0], PZError("PZSocket", 2, delegate_->errors[0].description()));
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+    std::signal(SIGPIPE, previous);
+}
+
+TEST_F(PZSocketTest, hardClose_peerNotReading_writerEndsPromptlyAndQueueDropped) {
+    LogCapture log;
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = adopt(accepted, delegate_);
+    const auto payload = pattern(8 << 20);
+    socket->sendData(payload);
+    std::this_thread::sleep_for(20ms); // let the writer fill the socket buffers and block
+    socket->hardClose();
+    ASSERT_TRUE(waitForThreads(5s));
+    EXPECT_EQ(log.count(kWriteEnd), 1u);
+    EXPECT_EQ(log.count(kReadEnd), 1u);
+    socket->sendData(text("too late"));
+    EXPECT_LT(readUntilEnd(peer).size(), payload.size());
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+    EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
+    ::close(peer);
+}
+
+TEST_F(PZSocketTest, close_whileReaderBlocked_bothThreadsEndAndDescriptorReleased) {
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = adopt(accepted, delegate_);
+    socket->close();
+    EXPECT_EQ(socket->tcpSocket(), -1);
+    ASSERT_TRUE(waitForThreads(5s)); // on Linux only the shutdown wakes the blocked read
+    EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
+    EXPECT_EQ(errno, EBADF);
+    std::uint8_t buffer[8];
+    EXPECT_EQ(::recv(peer, buffer, sizeof buffer, 0), 0);
+    ASSERT_TRUE(runLoopUntil([&] { return !socket->isValid(); }));
+    EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
+    EXPECT_TRUE(delegate_->errors.empty());
+    ::close(peer);
+}
