@@ -155,18 +155,7 @@ std::optional<std::vector<std::uint8_t>> VXFile::getXMLData() const {
     PZStringEncoding::appendRawURLEncode(length, prefix);
     prefix += '"';
     if (attributes_) {
-        for (std::size_t i = 0; i < attributes_->size(); ++i) {
-            prefix += ' ';
-            prefix += attributes_->keyAt(i);
-            prefix += "=\"";
-            const PZValue& value = attributes_->valueAt(i);
-            if (const std::string* text = value.asString()) {
-                PZStringEncoding::appendRawURLEncode(*text, prefix);
-            } else if (const double* number = value.asNumber()) {
-                PZStringEncoding::appendRawURLEncode(PZNumberText::formatNumber(*number), prefix);
-            }
-            prefix += '"';
-        }
+        appendXMLAttributes(prefix, *attributes_);
     }
     prefix += '>';
     std::vector<std::uint8_t> out;

@@ -49,19 +49,7 @@ std::optional<std::string> VXRequest::getXMLString() const {
     PZStringEncoding::appendRawURLEncode(type_, out);
     out += '"';
     if (arguments_) {
-        for (std::size_t i = 0; i < arguments_->size(); ++i) {
-            out += ' ';
-            out += arguments_->keyAt(i);
-            out += "=\"";
-            // Argument values are strings in this form; a number goes as its text, anything else as "".
-            const PZValue& value = arguments_->valueAt(i);
-            if (const std::string* text = value.asString()) {
-                PZStringEncoding::appendRawURLEncode(*text, out);
-            } else if (const double* number = value.asNumber()) {
-                PZStringEncoding::appendRawURLEncode(PZNumberText::formatNumber(*number), out);
-            }
-            out += '"';
-        }
+        appendXMLAttributes(out, *arguments_);
     }
     out += '>';
     if (text_) {

@@ -45,3 +45,19 @@ void VXTranslationProtocol::appendJSONMembers(std::string& out, const PZDictiona
         }
     }
 }
+
+void VXTranslationProtocol::appendXMLAttributes(std::string& out, const PZDictionary& attributes) {
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+        const PZValue& value = attributes.valueAt(i);
+        const std::string* text = value.asString();
+        const double* number = value.asNumber();
+        if (!text && !number) {
+            continue;
+        }
+        out += ' ';
+        out += attributes.keyAt(i);
+        out += "=\"";
+        PZStringEncoding::appendRawURLEncode(text ? *text : PZNumberText::formatNumber(*number), out);
+        out += '"';
+    }
+}

@@ -33,6 +33,9 @@ protected:
     static void appendEncoded(std::string& out, const std::optional<std::string>& value);
     // Appends ,"key":"E(value)" for string values and ,"key":number for numbers; other values are skipped.
     static void appendJSONMembers(std::string& out, const PZDictionary& members);
+    // Appends ` key="E(value)"` for string values and ` key="E(number text)"` for numbers; others are
+    // skipped.
+    static void appendXMLAttributes(std::string& out, const PZDictionary& attributes);
 
     VXTranslationProtocol() = default;
     VXTranslationProtocol(const VXTranslationProtocol&) = default;

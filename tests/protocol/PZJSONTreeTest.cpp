@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include "ProtocolTestSupport.h"
+#include "protocol/PZJSONNumber.h"
+#include "protocol/PZJSONTree.h"
+
+namespace {
+
+void pushValue(PZJSONTree& tree, std::string_view text) {
+    tree.addValue();
+    for (const char c : text) {
+        tree.addCharToLastValue(c);
+    }
+}
+
+void pushString(PZJSONTree& tree, std::string_view text) {
+    tree.addString();
+    tree.addCharsToLastString(text.data(), text.size());
+}
+
+TEST(PZJSONValue, getValue_table_convertsBareValues) {
+    struct Case {
+        const char* text;
+        std::optional<PZValue> value;
+    };
+    const Case cases[] = {
+        {"null", PZValue()},  {"true", PZValue(true)}, {"false", PZValue(false)}, {"12.5", PZValue(12.5)},
+        {"-3", PZValue(-3)},  {"1e2", PZValue(100)},   {"abc", PZValue(0)},       {"", PZValue(0)},
+        {"True", PZValue(0)}, {"7}", PZValue(7)},      {"1.2.3", std::nullopt},   {"..", std::nullopt},
+    };
+    vxtest::LogRecorder log;
+    for (const auto& c : cases) {
+        PZJSONValue value;
+        for (const char ch : std::string_view(c.text)) {
+            value.addChar(ch);
+        }
+        EXPECT_EQ(value.getValue(), c.value) << c.text;
+    }
+}
+
+TEST(PZJSONValue, getValue_manyPoints_logsOncePerExtraPoint) {
+    vxtest::LogRecorder log;
+    PZJSONValue value;
+    for (const char c : std::string_view("1.2.3.4")) {
+        value.addChar(c);
+    }
+    EXPECT_FALSE(value.getValue());
+    EXPECT_EQ(log.count("getValue error to get number: too much points"), 2u);
+}
+
+TEST(PZJSONTree, setEndOfLastObject_singleNumber_returnsIt) {
+    PZJSONTree tree;
+    pushValue(tree, "12.5");
+    EXPECT_EQ(tree.setEndOfLastObject(), PZValue(12.5));
+    EXPECT_EQ(tree.depth(), 0u);
+}
+
+TEST(PZJSONTree, setEndOfLastObject_twoPoints_logsAndKeepsTheValue) {
+    vxtest::LogRecorder log;
+    PZJSONTree tree;
+    pushValue(tree, "1.2.3");
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    EXPECT_EQ(tree.depth(), 1u);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"getValue error to get number: too much points",
+                                                     "setEndOfLastObject error value"}));
+}
+
+TEST(PZJSONTree, setEndOfLastObject_objectWithPendingKey_staysAndTheKeyGetsNull) {
+    vxtest::LogRecorder log;
+    PZJSONTree tree;
+    tree.addObject();
+    tree.addFieldToLastObject("a");
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    EXPECT_EQ(tree.depth(), 1u);
+    // The object was its own parent: the pending key was given the null marker, so it now finishes.
+    const auto value = tree.setEndOfLastObject();
+    ASSERT_TRUE(value && value->isDictionary());
+    EXPECT_TRUE(value->asDictionary()->find("a")->isNull());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(PZJSONTree, duplicateKeys_lookupFindsFirstDictionaryKeepsLast) {
+    PZJSONTree tree;
+    tree.addObject();
+    tree.addFieldToLastObject("k");
+    pushValue(tree, "1");
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    tree.addFieldToLastObject("k");
+    pushValue(tree, "2");
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    EXPECT_EQ(*tree.getValueOfCurrentObjectForField("k"), PZValue(1));
+    const auto value = tree.setEndOfLastObject();
+    ASSERT_TRUE(value);
+    EXPECT_EQ(value->asDictionary()->size(), 1u);
+    EXPECT_EQ(*value->asDictionary()->find("k"), PZValue(2));
+}
+
+TEST(PZJSONTree, strings_encodedAndPlain_decodeToTextOrEmpty) {
+    PZJSONTree tree;
+    tree.addArray();
+    pushString(tree, "%41");
+    tree.setEndOfLastObject();
+    pushString(tree, "plain");
+    tree.setEndOfLastObject();
+    pushValue(tree, "true");
+    tree.setEndOfLastObject();
+    const auto value = tree.setEndOfLastObject();
+    ASSERT_TRUE(value && value->isArray());
+    EXPECT_EQ(*value->asArray(), (PZArray{PZValue("A"), PZValue(""), PZValue(true)}));
+}
+
+TEST(PZJSONTree, wrongTopElement_table_logsTheKeptTexts) {
+    vxtest::LogRecorder log;
+    PZJSONTree tree;
+    tree.addFieldToLastObject("k");
+    tree.addCharToLastString('x');
+    tree.addCharToLastValue('x');
+    tree.addValueToLastField(PZValue(1));
+    tree.addValueToLastArray(PZValue(1));
+    tree.addArray();
+    tree.addFieldToLastObject("k");
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               "addFieldToLastObject: last object is not a PZJSONObject",
+                               "addCharToLastString: last object is not a PZJSONObject",
+                               "addCharToLastValue: last object is not a PZJSONValue",
+                               "addValueToLastField: last object is not a PZJSONObject",
+                               "addValueToLastArray: last object is not a PZJSONObject",
+                               "addFieldToLastObject: last object is not a PZJSONObject",
+                           }));
+}
+
+TEST(PZJSONTree, setEndOfLastObject_parentIsStringOrValue_logsAndReturnsNothing) {
+    vxtest::LogRecorder log;
+    PZJSONTree tree;
+    tree.addString();
+    pushValue(tree, "1");
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    tree.addValue();
+    tree.addString();
+    EXPECT_FALSE(tree.setEndOfLastObject());
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"setEndOfLastObject error string",
+                                                     "setEndOfLastObject error value"}));
+}
+
+TEST(PZJSONObject, fieldsAndValues_mismatch_logsAndRepairsOrDrops) {
+    vxtest::LogRecorder log;
+    PZJSONObject object;
+    object.addValueToLastField(PZValue(1));
+    object.addField("a");
+    object.addField("b");
+    object.addValueToLastField(std::nullopt);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               "PZJSONObject error: there isn't field to add value",
+                               "PZJSONObject error: the number of fields is more than number of values"}));
+    const auto dictionary = object.getDictionary();
+    ASSERT_TRUE(dictionary);
+    EXPECT_TRUE(dictionary->find("a")->isNull());
+    EXPECT_TRUE(dictionary->find("b")->isNull());
+    EXPECT_EQ(object.getValueForField("missing"), nullptr);
+}
+
+TEST(PZJSONTree, types_table_followTheTopElement) {
+    PZJSONTree tree;
+    EXPECT_EQ(tree.getCurrentObjectType(), 3);
+    tree.addObject();
+    EXPECT_EQ(tree.getCurrentObjectType(), 0);
+    EXPECT_EQ(tree.getSuperObjectType(), 3);
+    tree.addArray();
+    EXPECT_EQ(tree.getCurrentObjectType(), 1);
+    EXPECT_EQ(tree.getSuperObjectType(), 0);
+    tree.addString();
+    EXPECT_EQ(tree.getCurrentObjectType(), 2);
+    tree.addValue();
+    EXPECT_EQ(tree.getCurrentObjectType(), 3);
+    EXPECT_EQ(tree.getValueOfCurrentObjectForField("x"), nullptr);
+}
+
+TEST(PZJSONNumber, getNumber_anyText_givesNothing) {
+    PZJSONNumber number;
+    number.addChar('%');
+    number.addChar('3');
+    number.addChar('1');
+    number.decodeWithRawdecoding();
+    EXPECT_EQ(number.numberString(), "1");
+    EXPECT_FALSE(number.getNumber());
+}
+
+} // namespace

@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <random>
+#include <string>
+
+#include "protocol/PZNumberText.h"
+#include "protocol/PZStringEncoding.h"
+
+namespace {
+
+struct EncodeCase {
+    const char* name;
+    std::string text;
+    std::string encoded;
+};
+
+TEST(PZStringEncoding, stringWithRawURLEncode_table_encodesEveryUTF16Unit) {
+    const EncodeCase cases[] = {
+        {"empty", "", ""},
+        {"letter", "a", "%61"},
+        {"slash", "A/b", "%41%2f%62"},
+        {"digitsAlsoEncoded", "09", "%30%39"},
+        {"tabHasOneDigit", "\t", "%9"},
+        {"newlineHasOneDigit", "\n", "%a"},
+        {"nul", std::string(1, '\0'), "%0"},
+        {"latin1", "\xC3\xA9", "%e9"},
+        {"euro", "\xE2\x82\xAC", "%20ac"},
+        {"quoteAndBraces", "\"{}<>", "%22%7b%7d%3c%3e"},
+        {"nonBmpIsTwoUnits", "\xF0\x9F\x98\x80", "%d83d%de00"},
+        {"invalidUTF8Byte", "\xFF", "%fffd"},
+        {"truncatedSequence", "\xE2\x82", "%fffd%fffd"},
+        {"overlongSlash", "\xC0\xAF", "%fffd%fffd"},
+        {"encodedSurrogate", "\xED\xA0\x80", "%fffd%fffd%fffd"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(PZStringEncoding::stringWithRawURLEncode(c.text), c.encoded) << c.name;
+    }
+}
+
+TEST(PZStringEncoding, stringWithRawURLDecode_table_followsThePieceRules) {
+    const EncodeCase cases[] = {
+        {"empty", "", ""},
+        {"noPercentIsEmpty", "", "abc"},
+        {"twoLetters", "AB", "%41%42"},
+        {"textBeforeFirstPercentDropped", "A", "x%41"},
+        {"noHexDigitGivesNul", std::string(1, '\0'), "%zz"},
+        {"loneTrailingPercentGivesNul", std::string("A") + '\0', "%41%"},
+        {"trailingGarbageIgnored", "AB", "%41zz%42"},
+        {"upperCaseHex", "J", "%4A"},
+        {"lowSixteenBitsKept", "\xE2\x8D\x85", "%12345"},
+        {"euro", "\xE2\x82\xAC", "%20ac"},
+        {"surrogatePair", "\xF0\x9F\x98\x80", "%d83d%de00"},
+        {"loneHighSurrogate", "\xEF\xBF\xBD", "%d83d"},
+        {"highThenLetter",
+         "\xEF\xBF\xBD"
+         "A",
+         "%d83d%41"},
+        {"loneLowSurrogate",
+         "\xEF\xBF\xBD"
+         "A",
+         "%de00%41"},
+        {"twoHighSurrogates", "\xEF\xBF\xBD\xF0\x9F\x98\x80", "%d83d%d83d%de00"},
+        {"nullMarkerDecodesEmpty", "", "(null)"},
+    };
+    for (const auto& c : cases) {
+        // Here .text holds the expected decoding and .encoded the input.
+        EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(c.encoded), c.text) << c.name;
+    }
+}
+
+TEST(PZStringEncoding, rawURLRoundTrip_randomUnicodeText_givesTheSameText) {
+    std::mt19937 random(12345);
+    std::uniform_int_distribution<int> pick(0, 5);
+    for (int round = 0; round < 500; ++round) {
+        std::string text;
+        for (int i = 0; i < 20; ++i) {
+            switch (pick(random)) {
+            case 0:
+                text += static_cast<char>(random() % 128);
+                break;
+            case 1:
+                text += "\xC3\xA9";
+                break;
+            case 2:
+                text += "\xE2\x82\xAC";
+                break;
+            case 3:
+                text += "\xF0\x9F\x98\x80";
+                break;
+            case 4:
+                text += "%";
+                break;
+            default:
+                text += "\xEF\xBF\xBF";
+                break;
+            }
+        }
+        const std::string encoded = PZStringEncoding::stringWithRawURLEncode(text);
+        EXPECT_EQ(encoded.find_first_not_of("%0123456789abcdef"), std::string::npos);
+        EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(encoded), text);
+    }
+}
+
+TEST(PZStringEncoding, stringHTTPEncode_specialCharacters_onlyThreeAreEncoded) {
+    EXPECT_EQ(PZStringEncoding::stringHTTPEncode("a&b+c.d e%f=g"), "a%26b%2bc%2ed e%f=g");
+    EXPECT_EQ(PZStringEncoding::stringHTTPEncode(""), "");
+}
+
+struct NumberCase {
+    const char* text;
+    double value;
+};
+
+TEST(PZNumberText, doubleValue_table_readsTheLeadingNumber) {
+    const NumberCase cases[] = {
+        {"12.5", 12.5}, {"-2", -2},          {"+3", 3},
+        {"  7", 7},     {"1e3", 1000},       {".5", 0.5},
+        {"5abc", 5},    {"abc", 0},          {"", 0},
+        {"-", 0},       {"inf", 0},          {"nan", 0},
+        {"0x10", 0},    {"1e400", HUGE_VAL}, {"-1e400", -HUGE_VAL},
+        {"1e-400", 0},  {"\t1.25}", 1.25},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(PZNumberText::doubleValue(c.text), c.value) << c.text;
+    }
+}
+
+TEST(PZNumberText, intValue_table_saturatesAndStopsAtNonDigits) {
+    EXPECT_EQ(PZNumberText::intValue("42"), 42);
+    EXPECT_EQ(PZNumberText::intValue(" -17x"), -17);
+    EXPECT_EQ(PZNumberText::intValue("abc"), 0);
+    EXPECT_EQ(PZNumberText::intValue("99999999999"), 2147483647);
+    EXPECT_EQ(PZNumberText::intValue("-99999999999"), -2147483647 - 1);
+    EXPECT_EQ(PZNumberText::intValue("1.9"), 1);
+}
+
+TEST(PZNumberText, formatters_germanLocale_keepThePoint) {
+    const std::string previous = std::setlocale(LC_ALL, nullptr);
+    ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr) << "the de_DE.UTF-8 locale is needed";
+    EXPECT_EQ(PZNumberText::formatFixed(0.5), "0.500000");
+    EXPECT_EQ(PZNumberText::formatFixed(-1234.5678, 2), "-1234.57");
+    EXPECT_EQ(PZNumberText::formatNumber(1.5), "1.5");
+    EXPECT_EQ(PZNumberText::formatNumber(3), "3");
+    EXPECT_EQ(PZNumberText::doubleValue("0.25"), 0.25);
+    EXPECT_EQ(PZNumberText::doubleValue("1e400"), HUGE_VAL);
+    std::setlocale(LC_ALL, previous.c_str());
+}
+
+TEST(PZNumberText, integerValue_extremes_saturate) {
+    EXPECT_EQ(PZNumberText::integerValue(3.9), 3);
+    EXPECT_EQ(PZNumberText::integerValue(-3.9), -3);
+    EXPECT_EQ(PZNumberText::integerValue(1e300), INT64_MAX);
+    EXPECT_EQ(PZNumberText::integerValue(-HUGE_VAL), INT64_MIN);
+    EXPECT_EQ(PZNumberText::integerValue(NAN), 0);
+}
+
+} // namespace
