@@ -46,7 +46,7 @@ public:
     static void setCheckUpdateAutomatically(bool check);
     static bool checkUpdateAutomatically();
 
-    // Stored in clear text exactly as given; nothing removes it.
+    // Stored in clear text exactly as given; std::nullopt removes it.
     static void setConnectionPassword(const std::optional<std::string>& password);
     static std::optional<std::string> getConnectionPassword();
 
@@ -54,7 +54,7 @@ public:
     static int getKeyboardInputMethod();
     static void setKeyboardInputMethod(int method);
 
-    // Time of the last automatic update check; nothing removes it.
+    // Time of the last automatic update check; std::nullopt removes it.
     static std::optional<TimePoint> getLastUpdatesCheck();
     static void setLastUpdatesCheck(const std::optional<TimePoint>& time);
 

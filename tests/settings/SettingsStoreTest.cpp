@@ -81,12 +81,6 @@ TEST_F(SettingsStoreTest, setString_hostileValues_readBackExactlyFromTheFile) {
     }
 }
 
-TEST_F(SettingsStoreTest, getString_keyWithSpaceWrittenByHand_isRead) {
-    writeFile(SettingsStore::filePath(), "[General]\nsocket%20port=3000\nupdate%20check=true\n");
-    EXPECT_EQ(SettingsStore::getInteger("socket port"), 3000);
-    EXPECT_EQ(SettingsStore::getBoolean("update check"), true);
-}
-
 TEST_F(SettingsStoreTest, getString_fileRewrittenWithSameSize_seesEachNewValue) {
     // QSettings alone misses a rewrite of the same size within the same tick of the file system clock; the
     // test gives the rewritten file the previous modification time to make that tick certain.
@@ -212,18 +206,6 @@ TEST_F(SettingsStoreTest, setString_fromManyThreads_keepsEveryKeysLastValue) {
         EXPECT_EQ(readFreshCopy("thread " + std::to_string(t)).value,
                   "value " + std::to_string(t) + "-" + std::to_string(writes - 1));
     }
-}
-
-TEST(SettingsStoreTextTest, parseDate_isoForms_giveTheInstant) {
-    const SettingsStore::TimePoint instant{milliseconds(1714557600000)}; // 2024-05-01 10:00:00 UTC
-    for (const char* text :
-         {"2024-05-01T10:00:00Z", "2024-05-01T10:00:00.000Z", "2024-05-01T12:00:00+02:00"}) {
-        EXPECT_EQ(SettingsStore::parseDate(text), instant) << text;
-    }
-    for (const char* text : {"yesterday", "2024-13-01T00:00:00Z", "", "1714557600"}) {
-        EXPECT_EQ(SettingsStore::parseDate(text), std::nullopt) << text;
-    }
-    EXPECT_EQ(SettingsStore::formatDate(instant + milliseconds(250)), "2024-05-01T10:00:00.250Z");
 }
 
 } // namespace
