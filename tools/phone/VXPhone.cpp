@@ -306,7 +306,8 @@ bool VXPhone::answerHandshakeRequest(const VXPhoneMessage& message, const Identi
 
 std::vector<VXPhoneMessage> VXPhone::handshake(const Identity& identity, Milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
-    std::vector<VXPhoneMessage> received;
+    auto& received = handshakeMessages_;
+    received.clear();
     bool sawPassword = false;
     bool sentDevice = false;
     while (true) {

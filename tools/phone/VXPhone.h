@@ -70,6 +70,8 @@ public:
     // "connection lost" or "timed out".
     std::vector<VXPhoneMessage> handshake(const Identity& identity,
                                           Milliseconds timeout = Milliseconds(10000));
+    // The messages received during the last handshake, also when it failed (the server's error among them).
+    const std::vector<VXPhoneMessage>& handshakeMessages() const { return handshakeMessages_; }
 
     // The encoding used by send (XML until the handshake switched it).
     Encoding encoding() const { return encoding_; }
@@ -132,4 +134,5 @@ private:
     Encoding encoding_ = Encoding::XML;
     VXPhoneDecoder decoder_;
     std::deque<VXPhoneMessage> pending_;
+    std::vector<VXPhoneMessage> handshakeMessages_;
 };
