@@ -59,7 +59,9 @@ TEST(PZThread, detach_longName_truncatedAndSmallStack) {
         return s;
     });
     EXPECT_STREQ(seen.name, "loop test");
-    EXPECT_EQ(seen.stack, PZThread::kStackSize);
+    // Sanitizer runtimes add room of their own; the default would be several MiB.
+    EXPECT_GE(seen.stack, PZThread::kStackSize);
+    EXPECT_LT(seen.stack, 1024u * 1024u);
     const std::string longName = onWorkerThread<std::string>([] {
         PZThread::setCurrentName("a name longer than fifteen");
         char name[32] = {};
