@@ -64,7 +64,9 @@ void X11Display::onConnectionLost(Display*, void* userData) {
 }
 
 bool X11Display::isLost() const {
-    return lost_.load(std::memory_order_acquire);
+    // Requests made through XCB alone never reach Xlib's I/O error handler: a connection that XCB
+    // found broken is lost as well.
+    return lost_.load(std::memory_order_acquire) || (xcb_ != nullptr && xcb_connection_has_error(xcb_) != 0);
 }
 
 unsigned long X11Display::atom(const char* name) {
