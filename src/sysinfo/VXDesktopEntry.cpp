@@ -267,9 +267,12 @@ std::string VXDesktopEntry::executableName() const {
     size_t first = 0;
     if (first < words.size() && (words[first] == "env" || words[first].ends_with("/env"))) {
         ++first;
+        // env's own options ("-u NAME" takes a value) and VAR=value settings come before the program.
         while (first < words.size() &&
                (words[first].find('=') != std::string::npos || words[first].starts_with("-"))) {
-            ++first;
+            const bool takesValue = words[first] == "-u" || words[first] == "--unset" || words[first] == "-C" ||
+                                    words[first] == "--chdir" || words[first] == "-S";
+            first += takesValue ? 2 : 1;
         }
     }
     if (first >= words.size()) {

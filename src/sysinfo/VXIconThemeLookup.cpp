@@ -222,6 +222,11 @@ std::shared_ptr<const VXIconThemeLookup::Theme> VXIconThemeLookup::theme(const s
     auto theme = std::make_shared<Theme>();
     theme->name = name;
     theme->checkedAt = now;
+    // A theme name (from the desktop's settings or an Inherits line) never leaves the icon folders.
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+        themes_[name] = theme;
+        return theme;
+    }
     // The theme's folder in each base directory; the first index.theme found describes it.
     std::vector<std::string> roots;
     IniGroups index;

@@ -424,7 +424,7 @@ std::string VXSystemInfo::homeDirectory() const {
 
 std::shared_ptr<VXDirectory> VXSystemInfo::getDirectoryAtPath(const std::string& path) {
     const std::string full = !path.empty() && path.front() == '/' ? path : homeDirectory() + "/" + path;
-    if (!isDirectory(full)) {
+    if (full.find('\0') != std::string::npos || !isDirectory(full)) {
         return nullptr;
     }
     std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(full.c_str()), closedir);

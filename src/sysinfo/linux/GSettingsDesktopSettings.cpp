@@ -78,6 +78,12 @@ std::optional<std::vector<std::string>> GSettingsDesktopSettings::parseStringArr
             return std::nullopt;
         }
         ++i;
+        while (i < end && text[i] == ' ') {
+            ++i;
+        }
+        if (i == end) {
+            return std::nullopt; // a comma must be followed by an element
+        }
     }
 }
 

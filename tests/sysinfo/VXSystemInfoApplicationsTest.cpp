@@ -1,0 +1,258 @@
+#include "protocol/VXProcess.h"
+#include "sysinfo/VXSystemInfo.h"
+#include "sysinfo/fakes/FakeDesktopSettings.h"
+#include "sysinfo/fakes/FakeProcessSource.h"
+#include "sysinfo/linux/GSettingsDesktopSettings.h"
+#include "sysinfo/linux/ProgramOutput.h"
+
+#include "LogCapture.h"
+#include "TempTree.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+std::string entry(const std::string& keys) {
+    return "[Desktop Entry]\nType=Application\n" + keys + "\n";
+}
+
+// Three data directories in priority order: a user one and two system ones.
+class ApplicationsFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        tree_.write("home/applications/editor.desktop", entry("Name=Zed Editor\nExec=zed"));
+        tree_.write("home/applications/calc.desktop", entry("Name=my Calc\nExec=calc"));
+        tree_.write("sys1/applications/calc.desktop", entry("Name=Calculator\nExec=calc"));
+        tree_.write("sys1/applications/kde/tool.desktop", entry("Name=alpha tool\nExec=/usr/bin/atool %f"));
+        tree_.write("sys1/applications/hidden.desktop", entry("Name=Hidden one\nHidden=true"));
+        tree_.write("sys1/applications/nodisplay.desktop", entry("Name=Settings helper\nNoDisplay=true"));
+        tree_.write("sys1/applications/link.desktop",
+                    "[Desktop Entry]\nType=Link\nName=A link\nURL=http://x\n");
+        tree_.write("sys1/applications/broken.desktop", std::string("\x00\x01\xff garbage", 11));
+        tree_.write("sys1/applications/noname.desktop", entry("Exec=nameless"));
+        tree_.write("sys1/applications/readme.txt", entry("Name=Not a desktop file"));
+        tree_.write("sys1/applications/.hidden-folder/secret.desktop", entry("Name=Secret"));
+        tree_.write("sys2/applications/calc.desktop", entry("Name=Shadowed Calculator"));
+        tree_.write("sys2/applications/viewer.desktop",
+                    entry("Name=Viewer\nName[de]=Betrachter\nStartupWMClass=Eog\nExec=eog %U\nIcon=viewer"));
+        tree_.write("sys2/applications/org.gnome.gedit.desktop",
+                    entry("Name=Text Editor\nExec=gedit-wrapper"));
+
+        VXSystemInfoBackEnds backEnds;
+        backEnds.dataDirs = {tree_.path("home"), tree_.path("sys1"), tree_.path("sys2")};
+        backEnds.processes = processes_;
+        backEnds.desktop = desktop_;
+        info_ = std::make_unique<VXSystemInfo>(std::move(backEnds));
+    }
+
+    static std::vector<std::string> names(const VXSystemInfo::ProcessArray& processes) {
+        std::vector<std::string> result;
+        for (const auto& process : processes) {
+            result.push_back(process->name().value_or("(none)"));
+        }
+        return result;
+    }
+
+    TempTree tree_;
+    std::shared_ptr<FakeProcessSource> processes_ = std::make_shared<FakeProcessSource>();
+    std::shared_ptr<FakeDesktopSettings> desktop_ = std::make_shared<FakeDesktopSettings>();
+    std::unique_ptr<VXSystemInfo> info_;
+};
+
+TEST_F(ApplicationsFixture, getInstalledApplications_listsVisibleEntriesSortedByName) {
+    const auto applications = info_->getInstalledApplications();
+    EXPECT_EQ(names(applications),
+              (std::vector<std::string>{"alpha tool", "my Calc", "Text Editor", "Viewer", "Zed Editor"}));
+    for (const auto& application : applications) {
+        EXPECT_EQ(application->pid(), 0);
+    }
+    EXPECT_EQ(applications[0]->path(), tree_.path("sys1/applications/kde/tool.desktop"));
+    EXPECT_EQ(applications[1]->path(), tree_.path("home/applications/calc.desktop"));
+}
+
+TEST_F(ApplicationsFixture, getInstalledApplications_germanLocale_usesLocalisedNames) {
+    const char* saved = std::getenv("LC_ALL");
+    const std::string previous = saved != nullptr ? saved : "";
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    VXSystemInfoBackEnds backEnds;
+    backEnds.dataDirs = {tree_.path("sys2")};
+    VXSystemInfo german(std::move(backEnds));
+    const auto applications = german.getInstalledApplications();
+    if (saved != nullptr) {
+        setenv("LC_ALL", previous.c_str(), 1);
+    } else {
+        unsetenv("LC_ALL");
+    }
+    EXPECT_EQ(names(applications),
+              (std::vector<std::string>{"Betrachter", "Shadowed Calculator", "Text Editor"}));
+}
+
+TEST_F(ApplicationsFixture, getInstalledApplications_entryAddedLater_isSeen) {
+    ASSERT_EQ(info_->getInstalledApplications().size(), 5u);
+    // A folder's time stamp can be coarse: make sure it moves.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    tree_.write("sys2/applications/new/brand-new.desktop", entry("Name=Brand New"));
+    const auto applications = info_->getInstalledApplications();
+    EXPECT_EQ(applications.size(), 6u);
+    EXPECT_EQ(names(applications)[0], "alpha tool");
+    EXPECT_EQ(names(applications)[1], "Brand New");
+}
+
+TEST_F(ApplicationsFixture, getApplicationsAtPath_anyFolder_recursesInNameOrder) {
+    EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications"))),
+              (std::vector<std::string>{"Calculator", "alpha tool"}));
+    EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications/"))).size(), 2u);
+    EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("nowhere")).empty());
+    EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("sys1/applications/calc.desktop")).empty());
+}
+
+TEST_F(ApplicationsFixture, getApplicationsAtPath_linkLoop_ends) {
+    const std::string folder = tree_.folder("loop/applications/a");
+    ASSERT_EQ(symlink("..", (folder + "/up").c_str()), 0);
+    tree_.write("loop/applications/a/app.desktop", entry("Name=In a loop"));
+    EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("loop"))),
+              (std::vector<std::string>{"In a loop"}));
+}
+
+TEST_F(ApplicationsFixture, getDockApplications_favourites_resolvedToEntriesInOrder) {
+    desktop_->setFavorites(std::vector<std::string>{
+        "viewer.desktop", "uninstalled.desktop", "kde-tool.desktop", "hidden.desktop", "../../etc/passwd"});
+    const auto dock = info_->getDockApplications();
+    ASSERT_TRUE(dock);
+    EXPECT_EQ(names(*dock), (std::vector<std::string>{"Viewer", "alpha tool", "Hidden one"}));
+    EXPECT_EQ((*dock)[0]->path(), tree_.path("sys2/applications/viewer.desktop"));
+    EXPECT_EQ((*dock)[0]->pid(), 0);
+}
+
+TEST_F(ApplicationsFixture, getDockApplications_noSetting_givesNothing) {
+    desktop_->setFavorites(std::nullopt);
+    EXPECT_FALSE(info_->getDockApplications());
+    desktop_->setFavorites(std::vector<std::string>{});
+    ASSERT_TRUE(info_->getDockApplications());
+    EXPECT_TRUE(info_->getDockApplications()->empty());
+    VXSystemInfo noDesktop(VXSystemInfoBackEnds{});
+    EXPECT_FALSE(noDesktop.getDockApplications());
+}
+
+TEST_F(ApplicationsFixture, getUIElementProcesses_namesFromExecutableTitlesFromDesktopEntries) {
+    processes_->setProcesses({
+        {4101, "eog", "eog", "Eog", "photo.jpg"},     // StartupWMClass
+        {4102, "gedit", "gedit", "Gedit", "notes"},   // last part of a reverse-DNS id
+        {4103, "atool", "whatever", "Whatever", "t"}, // Exec program
+        {4104, "calc", "calc", "Calc", "1+1"},        // id, the user's entry winning
+        {4105, "xterm", "xterm", "XTerm", "shell"},   // no entry: the window class
+        {4106, "python3", "", "", "untitled"},        // nothing at all: the executable
+    });
+    const auto processes = info_->getUIElementProcesses();
+    ASSERT_EQ(processes.size(), 6u);
+    const std::vector<std::string> titles{"Viewer",  "Text Editor", "alpha tool",
+                                          "my Calc", "XTerm",       "python3"};
+    for (size_t i = 0; i < processes.size(); ++i) {
+        EXPECT_EQ(processes[i]->pid(), 4101 + static_cast<int>(i));
+        EXPECT_EQ(processes[i]->mainWindowTitle(), titles[i]) << i;
+    }
+    EXPECT_EQ(processes[0]->name(), "eog");
+    EXPECT_FALSE(processes[0]->path());
+}
+
+TEST_F(ApplicationsFixture, getUIElementProcesses_processWithoutName_loggedAndLeftOut) {
+    LogCapture log;
+    processes_->setProcesses({{77, "", "x", "X", "t"}, {78, "ok", "ok", "Ok", "t"}});
+    const auto processes = info_->getUIElementProcesses();
+    ASSERT_EQ(processes.size(), 1u);
+    EXPECT_EQ(processes[0]->pid(), 78);
+    EXPECT_EQ(log.count("Error: there is no name for process 77"), 1);
+}
+
+TEST_F(ApplicationsFixture, getProcessWithPSN_table) {
+    processes_->setProcesses({{4242, "eog", "eog", "Eog", "photo.jpg"}});
+    EXPECT_EQ(info_->getProcessWithPSN(0), nullptr);
+    EXPECT_EQ(info_->getProcessWithPSN(0x700000000LL), nullptr); // low word 0
+    for (std::int64_t computer : {std::int64_t{-1}, std::int64_t{0xFFFFFFFF}}) {
+        const auto mac = info_->getProcessWithPSN(computer);
+        ASSERT_NE(mac, nullptr);
+        EXPECT_EQ(mac->name(), "Mac");
+        EXPECT_EQ(mac->pid(), -1);
+    }
+    const auto eog = info_->getProcessWithPSN(4242);
+    ASSERT_NE(eog, nullptr);
+    EXPECT_EQ(eog->name(), "eog");
+    EXPECT_EQ(eog->mainWindowTitle(), "Viewer");
+    EXPECT_EQ(info_->getProcessWithPSN(4243), nullptr);
+    EXPECT_EQ(info_->processNameForPid(4242), "eog");
+    EXPECT_EQ(info_->processNameForPid(5), std::nullopt);
+}
+
+TEST(GSettingsDesktopSettingsTest, parseStringArray_table) {
+    using Strings = std::vector<std::string>;
+    const struct {
+        const char* text;
+        std::optional<Strings> expected;
+    } cases[] = {
+        {"['firefox-esr.desktop', 'org.gnome.Nautilus.desktop']\n",
+         Strings{"firefox-esr.desktop", "org.gnome.Nautilus.desktop"}},
+        {"@as []\n", Strings{}},
+        {"[]", Strings{}},
+        {"['it\\'s.desktop', \"dq'.desktop\"]", Strings{"it's.desktop", "dq'.desktop"}},
+        {"['a.desktop',]", std::nullopt},
+        {"['a.desktop' 'b.desktop']", std::nullopt},
+        {"['unterminated]", std::nullopt},
+        {"No such schema “org.gnome.shell”", std::nullopt},
+        {"", std::nullopt},
+        {"[", std::nullopt},
+        {"[42]", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(GSettingsDesktopSettings::parseStringArray(c.text), c.expected) << c.text;
+    }
+    EXPECT_EQ(GSettingsDesktopSettings::parseString("'Adwaita'\n"), "Adwaita");
+    EXPECT_EQ(GSettingsDesktopSettings::parseString("'a' trailing"), std::nullopt);
+}
+
+TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_runsProgramWithArgumentVector) {
+    TempTree tree;
+    const std::string arguments = tree.path("arguments");
+    const std::string program =
+        tree.write("fake-gsettings", "#!/bin/sh\nprintf '%s|' \"$@\" > '" + arguments +
+                                         "'\necho \"['one.desktop', 'two.desktop']\"\n");
+    chmod(program.c_str(), 0755);
+    GSettingsDesktopSettings settings(program);
+    EXPECT_EQ(settings.favoriteDesktopIds(), (std::vector<std::string>{"one.desktop", "two.desktop"}));
+    std::ifstream in(arguments);
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "get|org.gnome.shell|favorite-apps|");
+}
+
+TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_programFailsOrMissing_givesNothing) {
+    TempTree tree;
+    const std::string failing = tree.write("failing", "#!/bin/sh\necho \"['x.desktop']\"\nexit 1\n");
+    chmod(failing.c_str(), 0755);
+    LogCapture log;
+    EXPECT_FALSE(GSettingsDesktopSettings(failing).favoriteDesktopIds());
+    EXPECT_FALSE(GSettingsDesktopSettings(tree.path("missing-program")).favoriteDesktopIds());
+    EXPECT_GE(log.count("The desktop keeps no favourite applications"), 1);
+    // Where GNOME Shell is not installed, the real gsettings has no such schema.
+    if (std::system("gsettings list-schemas 2>/dev/null | grep -qx org.gnome.shell") != 0 &&
+        std::system("command -v gsettings >/dev/null 2>&1") == 0) {
+        EXPECT_FALSE(GSettingsDesktopSettings().favoriteDesktopIds());
+    }
+}
+
+TEST(ProgramOutputTest, run_table) {
+    using namespace std::chrono_literals;
+    EXPECT_EQ(ProgramOutput::run({"printf", "%s", "a;b $(x) `y`"}), "a;b $(x) `y`"); // no shell
+    EXPECT_EQ(ProgramOutput::run({"false"}), std::nullopt);
+    EXPECT_EQ(ProgramOutput::run({"/nonexistent/program"}), std::nullopt);
+    EXPECT_EQ(ProgramOutput::run({}), std::nullopt);
+    EXPECT_EQ(ProgramOutput::run({"head", "-c", "100000", "/dev/zero"}, 3s, 1000)->size(), 1000u);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ProgramOutput::run({"sleep", "10"}, 100ms), std::nullopt);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+}
+
+} // namespace

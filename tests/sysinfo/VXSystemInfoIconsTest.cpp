@@ -1,0 +1,226 @@
+#include "protocol/VXProcess.h"
+#include "sysinfo/VXSystemInfo.h"
+#include "sysinfo/fakes/FakeDesktopSettings.h"
+#include "sysinfo/fakes/FakeProcessSource.h"
+#include "sysinfo/linux/QtImageRenderer.h"
+#include "sysinfo/linux/QtMimeTypes.h"
+
+#include "IconFixture.h"
+
+#include <QBuffer>
+#include <QImage>
+#include <QImageReader>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+QImage decode(const std::optional<std::vector<std::uint8_t>>& bytes, const char* format) {
+    if (!bytes) {
+        return {};
+    }
+    return QImage::fromData(
+        QByteArray(reinterpret_cast<const char*>(bytes->data()), static_cast<qsizetype>(bytes->size())),
+        format);
+}
+
+// The colour in the middle of an image.
+QColor centre(const QImage& image) {
+    return image.pixelColor(image.width() / 2, image.height() / 2);
+}
+
+// The value of the Compression tag (259) of a little-endian TIFF, 0 when there is none.
+int tiffCompression(const std::vector<std::uint8_t>& tiff) {
+    const auto u16 = [&](size_t at) { return at + 2 <= tiff.size() ? tiff[at] | tiff[at + 1] << 8 : 0; };
+    const auto u32 = [&](size_t at) {
+        return at + 4 <= tiff.size() ? static_cast<size_t>(u16(at) | u16(at + 2) << 16) : 0;
+    };
+    if (tiff.size() < 8 || std::memcmp(tiff.data(), "II*\0", 4) != 0) {
+        return 0;
+    }
+    const size_t directory = u32(4);
+    const int entries = u16(directory);
+    for (int i = 0; i < entries; ++i) {
+        const size_t entry = directory + 2 + static_cast<size_t>(i) * 12;
+        if (u16(entry) == 259) {
+            return u16(entry + 8);
+        }
+    }
+    return 0;
+}
+
+class VXSystemInfoIconsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        const TempTree& tree = fixture_.tree();
+        tree.write("data/applications/one.desktop",
+                   "[Desktop Entry]\nType=Application\nName=App One\nIcon=app-one\n"
+                   "StartupWMClass=OneApp\n");
+        tree.write("data/applications/file-icon.desktop",
+                   "[Desktop Entry]\nType=Application\nName=File Icon\nIcon=" +
+                       tree.path("pixmaps/legacy-icon.png") + "\n");
+        tree.write("data/applications/dotted.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Dotted\nIcon=app-one.png\n");
+        tree.write("data/applications/broken.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Broken\nIcon=broken\n");
+        tree.write("data/applications/giant.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Giant\nIcon=giant\n");
+        tree.write("data/applications/broken-svg.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Broken SVG\nIcon=broken-svg\n");
+        desktop_->setIconTheme("TestTheme");
+        VXSystemInfoBackEnds backEnds;
+        backEnds.dataDirs = {tree.path("data")};
+        backEnds.iconDirs = fixture_.iconDirs();
+        backEnds.images = std::make_shared<QtImageRenderer>();
+        backEnds.mimeTypes = std::make_shared<QtMimeTypes>();
+        backEnds.desktop = desktop_;
+        backEnds.processes = processes_;
+        info_ = std::make_unique<VXSystemInfo>(std::move(backEnds));
+    }
+
+    QImage iconOf(const std::string& name, std::int64_t pid, double w, double h,
+                  std::optional<std::string> path = {}) {
+        VXProcess process(name, pid);
+        process.setPath(std::move(path));
+        return decode(info_->getDataOfIconForProcessSize(process, w, h), "PNG");
+    }
+
+    IconFixture fixture_;
+    std::shared_ptr<FakeDesktopSettings> desktop_ = std::make_shared<FakeDesktopSettings>();
+    std::shared_ptr<FakeProcessSource> processes_ = std::make_shared<FakeProcessSource>();
+    std::unique_ptr<VXSystemInfo> info_;
+};
+
+TEST_F(VXSystemInfoIconsTest, launcherFolders_eachItsOwnImageAtTheRequestedSize) {
+    const QImage applications = iconOf("Applications", -2, 64, 64);
+    const QImage applicationsLower = iconOf("applications", -2, 64, 64);
+    const QImage dock = iconOf("DOCK", -2, 64, 64);
+    const QImage other = iconOf("Downloads", -2, 64, 64);
+    for (const QImage* image : {&applications, &dock, &other}) {
+        ASSERT_FALSE(image->isNull());
+        EXPECT_EQ(image->size(), QSize(64, 64));
+        EXPECT_GT(image->pixelColor(64 / 2, 64 * 3 / 4).alpha(), 200); // the folder's body is opaque
+        EXPECT_EQ(image->pixelColor(1, 1).alpha(), 0);                 // the corner is not
+    }
+    EXPECT_EQ(applications, applicationsLower);
+    EXPECT_NE(applications, dock);
+    EXPECT_NE(applications, other);
+    EXPECT_NE(dock, other);
+    EXPECT_EQ(iconOf("Dock", -2, 128, 32).size(), QSize(128, 32));
+}
+
+TEST_F(VXSystemInfoIconsTest, computer_themeIcon) {
+    const QImage computer = iconOf("Mac", -1, 48, 48);
+    ASSERT_FALSE(computer.isNull());
+    EXPECT_EQ(centre(computer), QColor(Qt::cyan));
+}
+
+TEST_F(VXSystemInfoIconsTest, application_byPathOrName_rendersItsThemeIcon) {
+    const std::string one = fixture_.tree().path("data/applications/one.desktop");
+    EXPECT_EQ(centre(iconOf("App One", 0, 16, 16, one)), QColor(Qt::red));
+    EXPECT_EQ(centre(iconOf("App One", 0, 48, 48, one)), QColor(Qt::green));
+    EXPECT_EQ(centre(iconOf("App One", 0, 128, 128, one)), QColor(Qt::blue)); // SVG
+    EXPECT_EQ(iconOf("App One", 0, 128, 128, one).size(), QSize(128, 128));
+    EXPECT_EQ(
+        centre(iconOf("File Icon", 0, 32, 32, fixture_.tree().path("data/applications/file-icon.desktop"))),
+        QColor(Qt::darkBlue));
+    EXPECT_EQ(centre(iconOf("Dotted", 0, 16, 16, fixture_.tree().path("data/applications/dotted.desktop"))),
+              QColor(Qt::red));
+
+    // Without a path, by name among the applications last listed.
+    EXPECT_TRUE(iconOf("App One", 0, 48, 48).isNull());
+    info_->getInstalledApplications();
+    EXPECT_EQ(centre(iconOf("App One", 0, 48, 48)), QColor(Qt::green));
+    EXPECT_TRUE(iconOf("app one", 0, 48, 48).isNull()); // the name must match exactly
+    EXPECT_TRUE(iconOf("Nobody", 0, 48, 48).isNull());
+}
+
+TEST_F(VXSystemInfoIconsTest, application_pathOfFolderOrFile_rendersTheirKind) {
+    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, fixture_.tree().path("data"))), QColor(255, 128, 0));
+    const std::string text = fixture_.tree().write("notes.txt", "hello\n");
+    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, text)), QColor(Qt::yellow));
+    // A desktop entry that cannot be read is a file like any other.
+    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, fixture_.tree().path("missing.desktop"))), QColor(Qt::yellow));
+}
+
+TEST_F(VXSystemInfoIconsTest, application_brokenIconFiles_giveNothing) {
+    for (const char* entry : {"broken", "giant", "broken-svg"}) {
+        const std::string path = fixture_.tree().path(std::string("data/applications/") + entry + ".desktop");
+        EXPECT_TRUE(iconOf("x", 0, 48, 48, path).isNull()) << entry;
+    }
+}
+
+TEST_F(VXSystemInfoIconsTest, runningProcess_windowIconElseItsApplicationIcon) {
+    processes_->setProcesses({{501, "one", "oneapp", "OneApp", "w"}, {502, "other", "x", "X", "w"}});
+    VXArgbImage icon{2, 2, {0xff00ff00u, 0xff00ff00u, 0xff00ff00u, 0xff00ff00u}};
+    processes_->setIcon(502, icon);
+    EXPECT_EQ(centre(iconOf("other", 502, 32, 32)), QColor(Qt::green));
+    EXPECT_EQ(iconOf("other", 502, 32, 32).size(), QSize(32, 32));
+    EXPECT_EQ(centre(iconOf("one", 501, 16, 16)), QColor(Qt::red)); // from its desktop entry
+    EXPECT_TRUE(iconOf("gone", 503, 16, 16).isNull());
+
+    // A window icon whose pixels do not fill its size is not drawn.
+    processes_->setIcon(502, VXArgbImage{100, 100, {0xff00ff00u}});
+    EXPECT_TRUE(iconOf("other", 502, 32, 32).isNull());
+}
+
+TEST_F(VXSystemInfoIconsTest, iconSize_hostileValues_noImageOrClamped) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& size : std::vector<std::pair<double, double>>{{0, 0}, {-1, 64}, {64, nan}, {0.5, 64}}) {
+        EXPECT_TRUE(iconOf("Applications", -2, size.first, size.second).isNull())
+            << size.first << ";" << size.second;
+    }
+    EXPECT_EQ(iconOf("Applications", -2, 1e12, 20.9).size(), QSize(1024, 20));
+}
+
+TEST_F(VXSystemInfoIconsTest, fileIcon_table_lzwTiffAtRequestedSize) {
+    const struct {
+        std::string text;
+        std::optional<QColor> centre; // nothing: the folder image
+    } cases[] = {{"DIR", std::nullopt},
+                 {"/tmp/README", QColor(Qt::yellow)},
+                 {"photo.PNG", QColor(Qt::magenta)},
+                 {"/a/b/archive.tar.unknownext", QColor(Qt::yellow)},
+                 {"", QColor(Qt::yellow)},
+                 {"/", QColor(Qt::yellow)}};
+    for (const auto& c : cases) {
+        const auto tiff = info_->getDataOfFileIconSize(c.text, 40, 30);
+        ASSERT_TRUE(tiff) << c.text;
+        EXPECT_EQ(tiffCompression(*tiff), 5) << c.text;
+        const QImage image = decode(tiff, "TIFF");
+        ASSERT_FALSE(image.isNull()) << c.text;
+        EXPECT_EQ(image.size(), QSize(40, 30)) << c.text;
+        if (c.centre) {
+            EXPECT_EQ(centre(image), *c.centre) << c.text;
+        } else {
+            EXPECT_EQ(image, decode(QtImageRenderer::encode(QImage(":/images/Folder.png"), 40, 30,
+                                                            VXImageFormat::TIFF),
+                                    "TIFF"));
+        }
+    }
+    EXPECT_FALSE(info_->getDataOfFileIconSize("DIR", 0, 30));
+}
+
+TEST(VXSystemInfoIconsSystemTest, computer_installedTheme_rendersAnIcon) {
+    VXSystemInfoBackEnds backEnds;
+    backEnds.images = std::make_shared<QtImageRenderer>();
+    backEnds.mimeTypes = std::make_shared<QtMimeTypes>();
+    VXSystemInfo info(std::move(backEnds));
+    const auto png = info.getDataOfIconForProcessSize(VXProcess("Mac", -1), 64, 64);
+    ASSERT_TRUE(png) << "no computer icon in the installed icon theme";
+    EXPECT_EQ(decode(png, "PNG").size(), QSize(64, 64));
+    EXPECT_TRUE(info.getDataOfFileIconSize("/tmp/README", 64, 64));
+}
+
+TEST(VXSystemInfoIconsSystemTest, everyIcon_withoutRenderer_givesNothing) {
+    VXSystemInfo info(VXSystemInfoBackEnds{});
+    EXPECT_FALSE(info.getDataOfIconForProcessSize(VXProcess("Applications", -2), 64, 64));
+    EXPECT_FALSE(info.getDataOfIconForProcessSize(VXProcess("Mac", -1), 64, 64));
+    EXPECT_FALSE(info.getDataOfFileIconSize("DIR", 64, 64));
+}
+
+} // namespace

@@ -1,0 +1,165 @@
+#include "sysinfo/VXSystemInfo.h"
+
+#include "protocol/VXDirectory.h"
+#include "protocol/VXFile.h"
+#include "protocol/VXProcess.h"
+
+#include "TempTree.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+
+namespace {
+
+std::unique_ptr<VXSystemInfo> withOsString(std::string text) {
+    VXSystemInfoBackEnds backEnds;
+    backEnds.operatingSystemVersionString = [text] { return text; };
+    return std::make_unique<VXSystemInfo>(std::move(backEnds));
+}
+
+// The entries of a listing as "name/" for folders and "name" for files.
+std::vector<std::string> entries(const VXDirectory& directory) {
+    std::vector<std::string> result;
+    for (const auto& element : directory.elements()) {
+        const auto* message = std::get_if<std::shared_ptr<VXTranslationProtocol>>(&element);
+        if (message == nullptr) {
+            continue;
+        }
+        if (const auto* folder = dynamic_cast<const VXDirectory*>(message->get())) {
+            result.push_back(folder->name().value_or("?") + "/");
+        } else if (const auto* file = dynamic_cast<const VXFile*>(message->get())) {
+            result.push_back(file->name().value_or("?"));
+        }
+    }
+    return result;
+}
+
+TEST(VXSystemInfoTest, getSystemVersion_table) {
+    const struct {
+        const char* text;
+        std::optional<std::string> version;
+    } cases[] = {{"Debian GNU/Linux 12 (bookworm), kernel 6.1.0-18-amd64", "12"},
+                 {"Version 10.6.8 (Build 10K549)", "10.6.8"},
+                 {"Ubuntu 22.04.4 LTS, kernel 5.15.0-97-generic", "22.04.4"},
+                 {"Arch Linux, kernel 6.7.4-arch1-1", std::nullopt},
+                 {"Fedora Linux 39 (Workstation Edition), kernel 6.7.5", "39"},
+                 {"two  spaces 5", ""}, // an empty word counts as a number
+                 {"", ""}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(withOsString(c.text)->getSystemVersion(), c.version) << c.text;
+    }
+}
+
+TEST(VXSystemInfoTest, operatingSystemVersionString_thisMachine_prettyNameAndKernel) {
+    VXSystemInfo info(VXSystemInfoBackEnds{});
+    std::ifstream osRelease("/etc/os-release");
+    std::string line;
+    std::string pretty;
+    while (std::getline(osRelease, line)) {
+        if (line.starts_with("PRETTY_NAME=")) {
+            pretty = line.substr(12);
+            if (pretty.size() >= 2 && pretty.front() == '"') {
+                pretty = pretty.substr(1, pretty.size() - 2);
+            }
+        }
+    }
+    utsname system{};
+    ASSERT_EQ(uname(&system), 0);
+    EXPECT_EQ(info.operatingSystemVersionString(), pretty + ", kernel " + system.release);
+    if (pretty.starts_with("Debian GNU/Linux 12 ")) {
+        EXPECT_EQ(info.getSystemVersion(), "12");
+    }
+}
+
+TEST(VXSystemInfoTest, getVXHVersion_isTheBuiltVersion) {
+    EXPECT_EQ(VXSystemInfo(VXSystemInfoBackEnds{}).getVXHVersion(), "3.0.0");
+}
+
+class DirectoryTest : public testing::Test {
+protected:
+    void SetUp() override {
+        tree_.write("Documents/report.pdf", "%PDF");
+        tree_.write("Documents/Photos/cat.jpg", "jpeg");
+        tree_.write("Documents/.secret", "hidden");
+        tree_.write("Documents/ünïcödé name.txt", "text");
+        tree_.folder("Documents/Empty Folder");
+        tree_.write(".profile", "x");
+        symlink("/nonexistent/target", tree_.path("Documents/dangling").c_str());
+        symlink(tree_.path("Documents/Photos").c_str(), tree_.path("Documents/link-to-photos").c_str());
+        VXSystemInfoBackEnds backEnds;
+        backEnds.homeDirectory = tree_.path();
+        info_ = std::make_unique<VXSystemInfo>(std::move(backEnds));
+    }
+
+    TempTree tree_;
+    std::unique_ptr<VXSystemInfo> info_;
+};
+
+TEST_F(DirectoryTest, getDirectoryAtPath_relativePath_listsUnderHome) {
+    const auto documents = info_->getDirectoryAtPath("Documents");
+    ASSERT_NE(documents, nullptr);
+    EXPECT_EQ(documents->name(), "Documents");
+    EXPECT_EQ(documents->path(), tree_.path() + "/Documents");
+    EXPECT_EQ(entries(*documents), (std::vector<std::string>{"Empty Folder/", "Photos/", "link-to-photos/",
+                                                             "report.pdf", "ünïcödé name.txt"}));
+}
+
+TEST_F(DirectoryTest, getDirectoryAtPath_empty_listsHomeWithTrailingSlash) {
+    const auto home = info_->getDirectoryAtPath("");
+    ASSERT_NE(home, nullptr);
+    EXPECT_EQ(home->path(), tree_.path() + "/");
+    EXPECT_EQ(home->name(), tree_.path().substr(tree_.path().rfind('/') + 1));
+    EXPECT_EQ(entries(*home), (std::vector<std::string>{"Documents/"}));
+}
+
+TEST_F(DirectoryTest, getDirectoryAtPath_absoluteAndOddPaths) {
+    const auto photos = info_->getDirectoryAtPath(tree_.path("Documents/Photos"));
+    ASSERT_NE(photos, nullptr);
+    EXPECT_EQ(entries(*photos), (std::vector<std::string>{"cat.jpg"}));
+    const auto root = info_->getDirectoryAtPath("/");
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->name(), "/");
+
+    EXPECT_EQ(info_->getDirectoryAtPath("Documents/report.pdf"), nullptr); // a file
+    EXPECT_EQ(info_->getDirectoryAtPath("Missing"), nullptr);
+    EXPECT_EQ(info_->getDirectoryAtPath("Documents/dangling"), nullptr);
+    EXPECT_EQ(info_->getDirectoryAtPath(std::string("Documents\0x", 11)), nullptr);
+    const auto parent = info_->getDirectoryAtPath("Documents/../Documents/Photos/");
+    ASSERT_NE(parent, nullptr);
+    EXPECT_EQ(parent->name(), "Photos");
+}
+
+TEST_F(DirectoryTest, getDirectoryAtPath_unreadableFolder_givesNothing) {
+    const std::string locked = tree_.folder("Locked");
+    chmod(locked.c_str(), 0);
+    // Root reads any folder: the test only means something for other users.
+    if (geteuid() != 0) {
+        EXPECT_EQ(info_->getDirectoryAtPath("Locked"), nullptr);
+    }
+    chmod(locked.c_str(), 0700);
+}
+
+TEST(VXSystemInfoTest, volumeAndBrightness_noBackEnds_neutral) {
+    VXSystemInfo info(VXSystemInfoBackEnds{});
+    EXPECT_EQ(info.getVolume(), 0.0f);
+    EXPECT_EQ(info.getBrightness(), -1.0f);
+    info.setVolume(0.5f);
+    info.setBrightness(0.5f);
+    EXPECT_TRUE(info.getUIElementProcesses().empty());
+    EXPECT_EQ(info.getProcessWithPSN(1234), nullptr);
+    EXPECT_EQ(info.screen(), nullptr);
+}
+
+TEST(VXSystemInfoTest, shared_sameInstanceWithPlatformBackEnds) {
+    const auto first = VXSystemInfo::shared();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, VXSystemInfo::shared());
+    EXPECT_NE(first->screen(), nullptr);
+    EXPECT_EQ(first->getVXHVersion(), "3.0.0");
+    EXPECT_EQ(first->getProcessWithPSN(-1)->name(), "Mac");
+}
+
+} // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "sysinfo/VXDesktopSettings.h"
+
+#include <mutex>
+
+// Desktop settings that the test sets. Thread-safe.
+class FakeDesktopSettings : public VXDesktopSettings {
+public:
+    // Sets the favourite launchers (nothing: the desktop keeps none).
+    void setFavorites(std::optional<std::vector<std::string>> ids) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        favorites_ = std::move(ids);
+    }
+    // Sets the icon theme's name.
+    void setIconTheme(std::optional<std::string> name) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        theme_ = std::move(name);
+    }
+
+    std::optional<std::vector<std::string>> favoriteDesktopIds() override {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return favorites_;
+    }
+    std::optional<std::string> iconThemeName() override {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return theme_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::optional<std::vector<std::string>> favorites_;
+    std::optional<std::string> theme_;
+};
