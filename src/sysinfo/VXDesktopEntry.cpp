@@ -270,8 +270,8 @@ std::string VXDesktopEntry::executableName() const {
         // env's own options ("-u NAME" takes a value) and VAR=value settings come before the program.
         while (first < words.size() &&
                (words[first].find('=') != std::string::npos || words[first].starts_with("-"))) {
-            const bool takesValue = words[first] == "-u" || words[first] == "--unset" || words[first] == "-C" ||
-                                    words[first] == "--chdir" || words[first] == "-S";
+            const bool takesValue = words[first] == "-u" || words[first] == "--unset" ||
+                                    words[first] == "-C" || words[first] == "--chdir" || words[first] == "-S";
             first += takesValue ? 2 : 1;
         }
     }
