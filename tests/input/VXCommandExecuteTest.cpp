@@ -1,0 +1,305 @@
+#include "input/VXCommandExecute.h"
+#include "fakes/FakeApplicationLauncher.h"
+#include "fakes/FakeEventPoster.h"
+#include "fakes/FakeKeyboardLayout.h"
+#include "fakes/FakePowerActions.h"
+#include "fakes/FakeProcessActivator.h"
+#include "fakes/FakeSystemControls.h"
+#include "input/PZMouse.h"
+#include "input/VXCommandTester.h"
+#include "protocol/VXCommand.h"
+#include "protocol/VXError.h"
+#include "protocol/VXTrackpadCommand.h"
+#include "transport/PZException.h"
+#include "transport/PZLogger.h"
+#include "transport/PZRunLoop.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using Events = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+class VXCommandExecuteTest : public ::testing::Test {
+protected:
+    VXCommandExecuteTest() {
+        activator_->processes[4242] = "gedit";
+        VXCommandExecute::Backends backends;
+        backends.eventPoster = poster_;
+        backends.keyboardLayout = layout_;
+        backends.powerActions = power_;
+        backends.launcher = launcher_;
+        backends.processActivator = activator_;
+        backends.systemControls = controls_;
+        backends.clickDelay = clickDelay_;
+        executor_ = VXCommandExecute::create(backends);
+        poster_->takeEvents();
+    }
+
+    static std::string message(const std::shared_ptr<VXError>& error) {
+        return error ? error->message().value_or("?") : "nil";
+    }
+
+    std::shared_ptr<VXError> run(const std::string& type, const std::string& instruction,
+                                 std::int64_t pid = -1, const std::string& name = "") {
+        return executor_->execute(VXCommand(type, VXProcess(name, pid), instruction));
+    }
+
+    std::shared_ptr<VXError> gesture(std::int32_t touch, std::int16_t fingers, std::int16_t taps,
+                                     VXPoint shift = {}) {
+        VXTrackpadCommand command;
+        command.setTouchState(touch);
+        command.setFingers(fingers);
+        command.setTapCount(taps);
+        command.setShift(shift);
+        return executor_->execute(command);
+    }
+
+    // Runs this thread's loop for a while (the delayed click fires on it).
+    static void runLoopFor(std::chrono::milliseconds duration) {
+        PZRunLoop::current()->runUntil(PZRunLoop::Clock::now() + duration);
+    }
+
+    std::chrono::milliseconds clickDelay_ = 40ms;
+    std::shared_ptr<FakeEventPoster> poster_ = std::make_shared<FakeEventPoster>();
+    std::shared_ptr<FakeKeyboardLayout> layout_ = std::make_shared<FakeKeyboardLayout>();
+    std::shared_ptr<FakePowerActions> power_ = std::make_shared<FakePowerActions>();
+    std::shared_ptr<FakeApplicationLauncher> launcher_ = std::make_shared<FakeApplicationLauncher>();
+    std::shared_ptr<FakeProcessActivator> activator_ = std::make_shared<FakeProcessActivator>();
+    std::shared_ptr<FakeSystemControls> controls_ = std::make_shared<FakeSystemControls>();
+    std::shared_ptr<VXCommandExecute> executor_;
+};
+
+TEST_F(VXCommandExecuteTest, exe_typesWithoutHandler_unableToRecognizeAndNoEffect) {
+    for (const char* type : {"terminal", "terminate", "mouse", "internal", "", "Keyboard", "TRACKPAD"}) {
+        EXPECT_EQ(message(run(type, "sleep", 4242)), "UNABLE_TO_RECOGNIZE_COMMAND_ERROR") << type;
+    }
+    EXPECT_EQ(message(executor_->execute(VXCommand(std::nullopt, std::nullopt, std::nullopt))),
+              "UNABLE_TO_RECOGNIZE_COMMAND_ERROR");
+    EXPECT_TRUE(poster_->takeEvents().empty());
+    EXPECT_TRUE(power_->calls.empty());
+    EXPECT_TRUE(activator_->activated.empty());
+}
+
+TEST_F(VXCommandExecuteTest, exe_special_wordsWithoutRegardToCase) {
+    EXPECT_EQ(run("special", "SLEEP"), nullptr);
+    EXPECT_EQ(run("special", "Restart"), nullptr);
+    EXPECT_EQ(run("special", "shutdown"), nullptr);
+    EXPECT_EQ(power_->calls, (std::vector<std::string>{"suspend", "reboot", "powerOff"}));
+    for (const char* word : {"power", "shut down", "", "sleep now"}) {
+        EXPECT_EQ(message(run("special", word)), "UNABLE_TO_RECOGNIZE_COMMAND_ERROR") << word;
+    }
+    EXPECT_EQ(power_->calls.size(), 3u);
+}
+
+TEST_F(VXCommandExecuteTest, exe_specialRefused_unableToExecuteAndLogged) {
+    power_->refusal = "The name org.freedesktop.login1 was not provided by any .service files";
+    std::vector<std::string> lines;
+    const auto token = PZLogger::addObserver([&](std::string_view line) { lines.emplace_back(line); });
+    EXPECT_EQ(message(run("special", "sleep")), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    PZLogger::removeObserver(token);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].rfind("VXCommandExecute exe: special {number = ", 0), 0u) << lines[0];
+    ASSERT_TRUE(executor_->error().has_value());
+    power_->refusal.reset();
+    EXPECT_EQ(run("special", "sleep"), nullptr);
+    EXPECT_FALSE(executor_->error().has_value());
+}
+
+TEST_F(VXCommandExecuteTest, exe_launch_namesAndPathsReachLauncherUnchanged) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"TextEdit", "app TextEdit"},
+        {"Google Chrome", "app Google Chrome"},
+        {"\"\" /tmp/some file.txt", "open /tmp/some file.txt"},
+        {"\"\"", "app \"\""},
+        {"\"\"x /tmp", "app \"\"x /tmp"},
+        {"a; rm -rf ~ && $(reboot) `id` | cat > /tmp/x", "app a; rm -rf ~ && $(reboot) `id` | cat > /tmp/x"},
+    };
+    for (const auto& [instruction, call] : cases) {
+        EXPECT_EQ(run("launch", instruction), nullptr) << instruction;
+        ASSERT_FALSE(launcher_->calls.empty());
+        EXPECT_EQ(launcher_->calls.back(), call);
+    }
+    launcher_->calls.clear();
+    EXPECT_EQ(message(run("launch", "\"\" ")), "UNABLE_TO_EXECUTE_COMMAND_ERROR"); // no path to open
+    EXPECT_TRUE(launcher_->calls.empty());
+    launcher_->succeed = false;
+    EXPECT_EQ(message(run("launch", "Nothing")), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST_F(VXCommandExecuteTest, exe_keyboard_frontProcessDecidesWhetherKeysAreSent) {
+    EXPECT_EQ(message(run("keyboard", "a", 0)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(message(run("numPad", "a", -2)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(message(run("keyboard", "a", 999)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(message(executor_->execute(VXCommand("keyboard", std::nullopt, "a"))),
+              "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_TRUE(poster_->takeEvents().empty());
+    EXPECT_EQ(run("keyboard", "a", -1), nullptr);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+30", "key-30"}));
+    activator_->activated.clear();
+    EXPECT_EQ(run("numPad", "numpad5", 4242), nullptr);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+76", "key-76"}));
+    EXPECT_EQ(activator_->activated, std::vector<std::int64_t>{4242});
+    EXPECT_EQ(activator_->waitedFor, std::vector<std::int64_t>{4242});
+    EXPECT_EQ(message(run("keyboard", "nokey", -1)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST_F(VXCommandExecuteTest, exe_keyboardMethod2_processNamedOnlyForRealPids) {
+    executor_->setKeyboardMethod(2);
+    EXPECT_EQ(run("keyboard", "#4 c", 4242, "gedit"), nullptr);
+    // The script raised gedit by name, then typed.
+    EXPECT_EQ(activator_->activated, (std::vector<std::int64_t>{4242, 4242}));
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+29", "key+46", "key-46", "key-29"}));
+    activator_->activated.clear();
+    EXPECT_EQ(run("keyboard", "a", -1, "Mac"), nullptr);
+    EXPECT_TRUE(activator_->activated.empty());
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+30", "key-30"}));
+    // A process whose window is gone by the time the script runs: the script fails.
+    activator_->processes[77] = "other";
+    EXPECT_EQ(message(run("keyboard", "a", 77, "renamed")), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(message(run("keyboard", "eject", -1)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST_F(VXCommandExecuteTest, exe_keyboardUnknownMark_raisesAndReleasesTheLock) {
+    EXPECT_THROW(run("keyboard", "#7 a"), PZException);
+    std::thread other([&] { EXPECT_EQ(run("keyboard", "a"), nullptr); });
+    other.join();
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+30", "key-30"}));
+}
+
+TEST_F(VXCommandExecuteTest, exe_volumeAndBrightness_numbersReadInCLocale) {
+    const std::pair<const char*, float> cases[] = {{"0.5", 0.5f},    {"abc", 0.0f},   {" 0.25xyz", 0.25f},
+                                                   {"+0.75", 0.75f}, {"1e400", 0.0f}, {"nan", 0.0f},
+                                                   {"0,5", 0.0f},    {"-0.5", -0.5f}, {"", 0.0f}};
+    for (const auto& [text, value] : cases) {
+        EXPECT_EQ(run("volume", text), nullptr);
+        EXPECT_EQ(run("brightness", text), nullptr);
+        ASSERT_FALSE(controls_->volumes.empty());
+        EXPECT_FLOAT_EQ(controls_->volumes.back(), value) << text;
+        EXPECT_FLOAT_EQ(controls_->brightnesses.back(), value) << text;
+    }
+    EXPECT_EQ(run("volume", "0.5", 0), nullptr); // no process needed
+}
+
+TEST_F(VXCommandExecuteTest, exe_focus_throughFrontProcess) {
+    EXPECT_EQ(run("focus", "", 4242), nullptr);
+    EXPECT_EQ(run("focus", "", -1), nullptr);
+    EXPECT_EQ(message(run("focus", "", 0)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(message(run("focus", "", 31337)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    EXPECT_EQ(activator_->activated, (std::vector<std::int64_t>{4242, 31337}));
+    EXPECT_TRUE(activator_->waitedFor.empty());
+}
+
+// Records the tester calls with the thread they arrived on.
+class RecordingTester : public VXCommandTester {
+public:
+    void willExecuteCommand(const VXCommand& command) override {
+        record("will " + command.type().value_or(""));
+    }
+    void didExecuteCommand(const VXCommand& command) override {
+        record("did " + command.type().value_or(""));
+    }
+
+    std::vector<std::string> calls;
+    std::vector<std::thread::id> threads;
+
+private:
+    void record(std::string call) {
+        calls.push_back(std::move(call));
+        threads.push_back(std::this_thread::get_id());
+    }
+};
+
+TEST_F(VXCommandExecuteTest, execute_withTester_hooksOnMainThreadAndNoDidAfterError) {
+    auto tester = std::make_shared<RecordingTester>();
+    executor_->setCommandTester(tester);
+    std::atomic<bool> done{false};
+    std::shared_ptr<VXError> ok;
+    std::shared_ptr<VXError> failed;
+    std::thread session([&] {
+        ok = run("keyboard", "a");
+        failed = run("mouse", "x");
+        done = true;
+    });
+    while (!done) {
+        PZRunLoop::main()->runOnce(10ms);
+    }
+    session.join();
+    EXPECT_EQ(ok, nullptr);
+    EXPECT_EQ(message(failed), "UNABLE_TO_RECOGNIZE_COMMAND_ERROR");
+    EXPECT_EQ(tester->calls, (std::vector<std::string>{"will keyboard", "did keyboard", "will mouse"}));
+    for (const auto& id : tester->threads) {
+        EXPECT_EQ(id, std::this_thread::get_id());
+    }
+    tester.reset(); // not owned: a tester that is gone hears nothing
+    EXPECT_EQ(executor_->commandTester(), nullptr);
+    EXPECT_EQ(run("keyboard", "a"), nullptr);
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_singleTap_clickAfterDelay) {
+    EXPECT_EQ(gesture(0, 1, 1), nullptr);
+    EXPECT_TRUE(executor_->needClick());
+    EXPECT_TRUE(poster_->takeEvents().empty());
+    runLoopFor(clickDelay_ / 2);
+    EXPECT_TRUE(poster_->takeEvents().empty());
+    runLoopFor(clickDelay_ * 2);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "button-1"}));
+    EXPECT_FALSE(executor_->needClick());
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_moveWithinDelay_cancelsClick) {
+    poster_->location = {100, 100};
+    gesture(0, 1, 1);
+    gesture(2, 1, 0, {5, -3});
+    runLoopFor(clickDelay_ * 3);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"place 105 97"}));
+    EXPECT_FALSE(executor_->needClick());
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_twoFingers_rightClickAndScroll) {
+    gesture(0, 2, 1);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"button+3", "button-3"}));
+    gesture(2, 2, 0, {0, 20});
+    gesture(2, 2, 0, {2, 2}); // inside the dead zone
+    EXPECT_EQ(poster_->takeEvents(), (Events{"scroll -1 0"}));
+    gesture(0, 3, 1);
+    gesture(2, 3, 0, {30, 30});
+    runLoopFor(clickDelay_ * 2);
+    EXPECT_TRUE(poster_->takeEvents().empty());
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_doubleTapHoldMoveRelease_dragWithoutExtraClick) {
+    poster_->location = {10, 10};
+    gesture(0, 1, 1);
+    gesture(1, 1, 2);
+    gesture(2, 1, 2, {40, 0});
+    gesture(0, 1, 2);
+    runLoopFor(clickDelay_ * 3);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "place 50 10", "button-1"}));
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_doubleTapWithoutMoving_pressReleaseAndOneMoreClick) {
+    gesture(0, 1, 1);
+    gesture(1, 1, 2);
+    gesture(0, 1, 2);
+    runLoopFor(clickDelay_ * 3);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "button-1", "button+1", "button-1"}));
+}
+
+TEST_F(VXCommandExecuteTest, trackpad_liftAndMoveEndingTouch_releaseButton) {
+    gesture(0, 1, 0);
+    gesture(0, 1, 0, {1, 1});
+    gesture(1, 1, 1); // a touch down that is not a second tap does nothing
+    gesture(5, 1, 1);
+    EXPECT_EQ(poster_->takeEvents(), (Events{"button-1", "place 101 101", "button-1"}));
+}
+
+TEST_F(VXCommandExecuteTest, getKeyboardMaps_dumpOfTheFourMaps) {
+    const std::string maps = executor_->getKeyboardMaps();
+    EXPECT_EQ(maps.rfind("PZKeyboard\n", 0), 0u);
+    EXPECT_NE(maps.find("a (97) = 0\n"), std::string::npos);
+}
+
+} // namespace
