@@ -37,27 +37,6 @@ std::string unescapeValue(std::string_view value) {
     return out;
 }
 
-bool isFieldCode(char c) {
-    switch (c) {
-    case 'f':
-    case 'F':
-    case 'u':
-    case 'U':
-    case 'd':
-    case 'D':
-    case 'n':
-    case 'N':
-    case 'i':
-    case 'c':
-    case 'k':
-    case 'v':
-    case 'm':
-        return true;
-    default:
-        return false;
-    }
-}
-
 } // namespace
 
 std::optional<std::vector<std::string>> DesktopExec::parse(std::string_view exec) {
@@ -100,10 +79,10 @@ std::optional<std::vector<std::string>> DesktopExec::parse(std::string_view exec
             inArgument = true;
             if (text[i + 1] == '%') {
                 current += '%';
-            } else if (isFieldCode(text[i + 1])) {
+            } else {
+                // Deprecated and unknown codes are dropped like the known ones.
                 hadFieldCode = true;
             }
-            // Deprecated and unknown codes are dropped as well.
             ++i;
         } else {
             inArgument = true;
