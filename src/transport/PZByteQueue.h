@@ -6,8 +6,9 @@
 #include <vector>
 
 // A first-in-first-out queue of bytes kept as a singly linked list, one node per byte. Nodes come from
-// a pool owned by the queue (a free list refilled in slabs), so queuing a byte costs no heap allocation.
-// It does not lock: its owner does. The busy flag only reports overlapping use, with a log line.
+// a pool owned by the queue (a free list refilled in slabs), so queuing a byte costs no heap allocation
+// and a dequeued node is reused by the next enqueue. It does not lock: its owner does. The busy flag only
+// reports overlapping use, with a log line.
 class PZByteQueue {
 public:
     // An empty queue.
@@ -41,26 +42,41 @@ public:
     // Raises or lowers the overlap detector; raising it twice logs "!!!!! accesso contemporaneo a
     // PZByteQueue".
     void setBusy(bool busy) const;
+    // Once the queue is empty, gives the pool's memory back. Until then freed nodes are kept for reuse,
+    // already in memory (call it when idle).
+    void releaseUnusedMemory();
 
 private:
+    // A node: one byte and the link to the next node. Links are pool numbers (1-based; 0 is "none")
+    // rather than pointers, which halves the node to 8 bytes and so the memory a burst touches.
     struct Node {
+        std::uint32_t next;
         std::uint8_t byte;
-        Node* next;
     };
+    using NodeId = std::uint32_t;
+    static constexpr unsigned kSlabBits = 16; // 65536 nodes (512 KiB) a slab, touched only as used
 
-    Node* allocateNode();
-    void freeNode(Node* node) noexcept;
-    void releaseSlabs() noexcept;
+    static Node& at(std::unique_ptr<Node[]>* slabs, NodeId id) noexcept {
+        return slabs[(id - 1) >> kSlabBits][(id - 1) & ((1u << kSlabBits) - 1)];
+    }
+    Node& node(NodeId id) const noexcept { return at(slabs_.data(), id); }
+    NodeId allocateNode();
+    bool addSlab();
+    struct Walk {
+        std::uint64_t visited = 0; // nodes visited
+        NodeId last = 0;           // the last node visited, or 0
+        NodeId next = 0;           // the node after it, or 0
+    };
+    template <typename Visit> Walk walk(NodeId from, std::uint64_t count, Visit&& visit) const;
 
     mutable bool busy_ = false;
-    Node* start_ = nullptr;
-    Node* end_ = nullptr;
+    NodeId start_ = 0; // the front node, or 0
+    NodeId end_ = 0;   // the back node, or 0
     std::uint64_t length_ = 0;
 
-    // The pool: slabs own the nodes; freeNodes_ links the unused ones; the newest slab is handed out
-    // front to back from slabNext_.
-    std::vector<std::unique_ptr<Node[]>> slabs_;
-    Node* freeNodes_ = nullptr;
-    std::size_t slabNext_ = 0;
-    std::size_t slabSize_ = 0;
+    // The pool: slabs own the nodes; freeNodes_ links the unused ones; never used ones are handed out
+    // in order from unusedFrom_.
+    mutable std::vector<std::unique_ptr<Node[]>> slabs_;
+    NodeId freeNodes_ = 0;
+    std::uint64_t unusedFrom_ = 1;
 };

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <netdb.h>
@@ -18,8 +19,11 @@ namespace {
 
 constexpr std::size_t kReadBufferSize = 2048;
 constexpr std::size_t kWriteChunkSize = 1024;
+constexpr std::size_t kWriteBatchSize = 16 * 1024;
 // sendData hands large payloads to the queue in slices, so the writer starts sending before the end.
-constexpr std::size_t kSendSlice = 64 * 1024;
+constexpr std::size_t kSendSlice = 16 * 1024;
+// A writer that found nothing to send for this long gives the queue's spare memory back.
+constexpr std::chrono::seconds kIdleRelease{1};
 
 std::string systemErrorText(int error) {
     char buffer[256];
@@ -394,21 +398,31 @@ void PZSocket::readBytesFromSocket(int descriptor) {
 
 void PZSocket::writeBytesToSocket(int descriptor) {
     PZLog("PZSocket thread 2 ++++++++++++++++++++++++ write");
-    std::uint8_t chunk[kWriteChunkSize];
+    // Bytes are taken from the queue a batch at a time (one lock for up to 16 KiB) and written in chunks
+    // of at most 1024 bytes; what a short write leaves over is written first at the next turn.
+    std::uint8_t batch[kWriteBatchSize];
+    std::size_t batchLength = 0;
+    std::size_t batchWritten = 0;
     for (;;) {
-        std::uint64_t count = 0;
-        {
+        if (batchWritten == batchLength) {
             std::unique_lock<std::mutex> lock(wMutex_);
+            bool idle = false;
             while (bytesToSend_.length() == 0 && connected() && !isGoingToClose_.load()) {
-                wCondition_.wait(lock);
+                if (idle) {
+                    bytesToSend_.releaseUnusedMemory();
+                    wCondition_.wait(lock);
+                } else {
+                    idle = wCondition_.wait_for(lock, kIdleRelease) == std::cv_status::timeout;
+                }
             }
-            count = bytesToSend_.getBytesMaxLength(chunk, sizeof chunk);
+            batchLength = static_cast<std::size_t>(bytesToSend_.deQueueByBytes(sizeof batch, batch));
+            batchWritten = 0;
         }
-        if (count == 0) {
+        if (batchLength == 0) {
             break; // nothing left to write after disconnect: the orderly way out
         }
-        // The lock is not held while sending: only this thread removes bytes, so the front stays put.
-        const ssize_t written = ::send(descriptor, chunk, count, MSG_NOSIGNAL);
+        const std::size_t chunk = std::min(batchLength - batchWritten, kWriteChunkSize);
+        const ssize_t written = ::send(descriptor, batch + batchWritten, chunk, MSG_NOSIGNAL);
         if (written < 0 && errno == EINTR) {
             continue;
         }
@@ -422,8 +436,7 @@ void PZSocket::writeBytesToSocket(int descriptor) {
             }
             break;
         }
-        std::lock_guard<std::mutex> lock(wMutex_);
-        bytesToSend_.deQueueBy(static_cast<std::uint64_t>(written));
+        batchWritten += static_cast<std::size_t>(written);
     }
     writerEnded_ = true;
     if (::shutdown(descriptor, SHUT_WR) == 0) {
@@ -433,6 +446,7 @@ void PZSocket::writeBytesToSocket(int descriptor) {
         // What is still queued can never be written.
         std::lock_guard<std::mutex> lock(wMutex_);
         bytesToSend_.deQueueBy(bytesToSend_.length());
+        bytesToSend_.releaseUnusedMemory();
     }
     streamClosed();
     PZLog("PZSocket thread 2 ------------------------- write");

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <memory>
 #include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -102,6 +104,41 @@ TEST(PZByteQueue, operations_mixedSizesAcrossSlabs_keepOrder) {
         ASSERT_EQ(queue.length(), model.size());
         ASSERT_EQ(contents(queue), model);
     }
+}
+
+TEST(PZByteQueue, operations_randomMixAgainstModel_sameBytes) {
+    // Single and bulk operations interleaved, so reused nodes end up scattered across slabs.
+    std::mt19937 random(2846);
+    PZByteQueue queue;
+    std::deque<std::uint8_t> model;
+    std::uint8_t next = 0;
+    for (int step = 0; step < 3000; ++step) {
+        const int op = static_cast<int>(random() % 5);
+        if (op == 0) {
+            queue.enQueue(next);
+            model.push_back(next++);
+        } else if (op == 1) {
+            std::vector<std::uint8_t> incoming(random() % 3000);
+            for (auto& byte : incoming) {
+                byte = next++;
+            }
+            queue.enQueueBytes(incoming.data(), incoming.size());
+            model.insert(model.end(), incoming.begin(), incoming.end());
+        } else if (op == 2 && !model.empty()) {
+            ASSERT_EQ(queue.deQueue(), model.front());
+            model.pop_front();
+        } else if (op == 3) {
+            std::vector<std::uint8_t> out(random() % 4000);
+            const auto taken = queue.deQueueByBytes(out.size(), out.data());
+            ASSERT_EQ(taken, std::min<std::size_t>(out.size(), model.size()));
+            ASSERT_TRUE(std::equal(out.begin(), out.begin() + static_cast<long>(taken), model.begin()));
+            model.erase(model.begin(), model.begin() + static_cast<long>(taken));
+        } else {
+            queue.releaseUnusedMemory(); // only gives memory back when the queue is empty
+        }
+        ASSERT_EQ(queue.length(), model.size());
+    }
+    EXPECT_EQ(contents(queue), std::vector<std::uint8_t>(model.begin(), model.end()));
 }
 
 TEST(PZByteQueue, copy_fromOtherQueue_leavesOtherUnchanged) {
