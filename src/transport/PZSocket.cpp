@@ -127,12 +127,17 @@ std::optional<PZError> PZSocket::createSocket() {
         PZLog("PZSocket: impossible to create the socket");
         return PZError("PZSocketDomain", error, systemErrorText(error));
     }
-    const int previous = tcpSocket_.exchange(descriptor);
-    if (previous >= 0) {
-        ::close(previous); // a descriptor left by failed connects
-    }
     setOptions(descriptor);
     std::lock_guard<std::mutex> lock(monitor_);
+    const int previous = tcpSocket_.exchange(descriptor);
+    if (previous >= 0) {
+        if (descriptorUsers_ == 0) {
+            ::close(previous); // a descriptor left by failed connects
+        } else if (deferredClose_ < 0) {
+            ::shutdown(previous, SHUT_RDWR); // the threads still reading and writing it end and close it
+            deferredClose_ = previous;
+        }
+    }
     streams_ = 0;
     isGoingToClose_ = false;
     serverAddress_.clear();
