@@ -49,6 +49,8 @@ public:
     static constexpr std::uint32_t kProtocolJSON = 1;
     // Most requests that may wait for the password; one more closes the session.
     static constexpr std::size_t kMaxPendingRequests = 256;
+    // Most bytes the requests waiting for the password may hold together; more closes the session.
+    static constexpr std::size_t kMaxPendingBytes = std::size_t{16} << 20;
 
     // A session over an accepted descriptor (address: the peer's, or none to ask the descriptor). Its
     // socket thread runs at once; the caller sets the delegate, schedules the session and calls start().
@@ -163,6 +165,7 @@ private:
 
     // Socket thread only.
     std::vector<std::shared_ptr<VXRequest>> pendingRequests_;
+    std::size_t pendingBytes_ = 0;
     std::shared_ptr<VXSessionStreamSink> streamSink_;
     std::unique_ptr<VXTranslator> translator_;
     std::unique_ptr<VXRequestsManager> requestsManager_;
