@@ -1,5 +1,6 @@
 #include "TestWindow.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -74,7 +75,7 @@ bool TestWindow::start(const std::string& display, const std::string& title, con
     }
     toChild_ = in[1];
     reader_ = std::thread([this, fd = out[0]] { readLoop(fd); });
-    return waitFor([this] { return window_ != 0; }, std::chrono::seconds(10));
+    return waitFor([this] { return window_.load() != 0; }, std::chrono::seconds(10));
 }
 
 void TestWindow::stop() {
@@ -126,7 +127,9 @@ void TestWindow::handleLine(const std::string& line) {
     in >> kind;
     std::lock_guard<std::mutex> lock(mutex_);
     if (kind == "ready") {
-        in >> window_;
+        unsigned long window = 0;
+        in >> window;
+        window_ = window;
     } else if (kind == "focus") {
         in >> action;
         focused_ = action == "in";
@@ -158,12 +161,25 @@ void TestWindow::takeFocus() {
 }
 
 bool TestWindow::waitForFocus(std::chrono::milliseconds timeout) {
-    return waitFor([this] { return focused_; }, timeout);
+    return waitFor([this] { return focused_.load(); }, timeout);
 }
 
 bool TestWindow::waitFor(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return predicate() || ended_; }) && predicate();
+    while (true) {
+        lock.unlock();
+        if (predicate()) {
+            return true;
+        }
+        lock.lock();
+        if (ended_ || std::chrono::steady_clock::now() >= deadline) {
+            lock.unlock();
+            return predicate();
+        }
+        changed_.wait_until(
+            lock, std::min(deadline, std::chrono::steady_clock::now() + std::chrono::milliseconds(50)));
+    }
 }
 
 std::string TestWindow::text() const {
@@ -176,15 +192,7 @@ std::string TestWindow::text() const {
 }
 
 std::string TestWindow::waitForText(const std::string& expected, std::chrono::milliseconds timeout) {
-    waitFor(
-        [&] {
-            std::size_t size = 0;
-            for (const Key& key : keys_) {
-                size += key.text.size();
-            }
-            return size >= expected.size();
-        },
-        timeout);
+    waitFor([&] { return text().size() >= expected.size(); }, timeout);
     return text();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -45,13 +46,13 @@ public:
     void stop();
 
     pid_t pid() const { return pid_; }
-    unsigned long window() const { return window_; }
+    unsigned long window() const { return window_.load(); }
 
     // Asks the window to take the input focus itself (servers without a window manager).
     void takeFocus();
     // Waits until the window reported the focus.
     bool waitForFocus(std::chrono::milliseconds timeout = std::chrono::seconds(5));
-    // Waits until `predicate` holds (checked at each reported line and at the end).
+    // Waits until `predicate` holds (checked, without the window's lock, at each reported line).
     bool waitFor(const std::function<bool()>& predicate,
                  std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
@@ -72,11 +73,11 @@ private:
 
     pid_t pid_ = -1;
     int toChild_ = -1;
-    unsigned long window_ = 0;
+    std::atomic<unsigned long> window_{0};
     std::thread reader_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    bool focused_ = false;
+    std::atomic<bool> focused_{false};
     bool ended_ = false;
     std::vector<Key> keys_;
     std::vector<Button> buttons_;

@@ -73,6 +73,14 @@ int main(int argc, char** argv) {
                     reinterpret_cast<const unsigned char*>(title.c_str()), static_cast<int>(title.size()));
     XClassHint classHint{const_cast<char*>("vxhtestwindow"), const_cast<char*>("VxhTestWindow")};
     XSetClassHint(dpy, window, &classHint);
+    // Where the test asked for it: the window manager keeps a user-given position.
+    XSizeHints sizeHints{};
+    sizeHints.flags = USPosition | USSize;
+    sizeHints.x = x;
+    sizeHints.y = y;
+    sizeHints.width = static_cast<int>(width);
+    sizeHints.height = static_cast<int>(height);
+    XSetWMNormalHints(dpy, window, &sizeHints);
     XWMHints hints{};
     hints.flags = InputHint;
     hints.input = True;

@@ -90,8 +90,9 @@ void X11KeyboardLayout::setUp() {
     loadKeymap();
 }
 
-void X11KeyboardLayout::loadKeymap() {
+bool X11KeyboardLayout::loadKeymap() {
     xcb_connection_t* c = connection_->display()->xcb();
+    const unsigned previousGroup = group_;
     // The state first: the keymap is read for the group locked now.
     Reply<xcb_xkb_get_state_reply_t> state(xcb_xkb_get_state_reply(
         c, xcb_xkb_get_state(c, static_cast<xcb_xkb_device_spec_t>(deviceId_)), nullptr));
@@ -102,13 +103,15 @@ void X11KeyboardLayout::loadKeymap() {
     keymap_ = XkbKeymap::fromX11Device(c, deviceId_);
     if (!keymap_) {
         PZLog("Input: could not read the keyboard layout of the X server");
-        return;
+        const bool changed = !fingerprint_.empty();
+        fingerprint_.clear();
+        return changed;
     }
     if (group_ >= keymap_->groupCount()) {
         group_ = 0;
     }
-    // Spare key codes: those without any symbol in the core mapping, from the top; the ones bound
-    // for the moment stay spare.
+    // The core mapping: the temporary keys still bound, and the spare key codes (those without any
+    // symbol, from the top; the temporary keys stay spare).
     const xcb_setup_t* setup = xcb_get_setup(c);
     const int minKeycode = setup->min_keycode;
     const int maxKeycode = setup->max_keycode;
@@ -121,16 +124,28 @@ void X11KeyboardLayout::loadKeymap() {
     if (mapping) {
         const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(mapping.p);
         const int perKey = mapping->keysyms_per_keycode;
+        const auto symsOf = [&](int keycode) {
+            return syms + static_cast<std::ptrdiff_t>((keycode - minKeycode) * perKey);
+        };
+        // A new keyboard description (another layout) has none of them any more.
+        std::erase_if(temporary_, [&](const TemporaryKey& key) {
+            return key.keycode < minKeycode || key.keycode > maxKeycode || perKey < 1 ||
+                   symsOf(key.keycode)[0] != key.keysym;
+        });
         for (int keycode = maxKeycode; keycode >= minKeycode && spareKeycodes_.size() < maxTemporaryKeys;
              --keycode) {
             const bool bound = std::any_of(temporary_.begin(), temporary_.end(),
                                            [&](const TemporaryKey& key) { return key.keycode == keycode; });
-            const xcb_keysym_t* keySyms = syms + static_cast<std::ptrdiff_t>((keycode - minKeycode) * perKey);
-            if (bound || std::all_of(keySyms, keySyms + perKey, [](xcb_keysym_t s) { return s == 0; })) {
+            if (bound || std::all_of(symsOf(keycode), symsOf(keycode) + perKey,
+                                     [](xcb_keysym_t s) { return s == 0; })) {
                 spareKeycodes_.push_back(keycode);
             }
         }
     }
+    std::string fingerprint = keymap_->fingerprint(spareKeycodes_);
+    const bool changed = fingerprint != fingerprint_ || group_ != previousGroup;
+    fingerprint_ = std::move(fingerprint);
+    return changed;
 }
 
 bool X11KeyboardLayout::isOwnMapChange(const void* event) const {
@@ -158,8 +173,9 @@ void X11KeyboardLayout::readEvents() {
             const auto* any = reinterpret_cast<const XkbAnyEvent*>(event);
             switch (any->xkbType) {
             case XCB_XKB_NEW_KEYBOARD_NOTIFY:
+                // Also sent when the server copies the keymap between its devices, after a mapping
+                // change of our own for example: whether the layout really changed is seen by reading it.
                 changed_ = true;
-                temporary_.clear(); // a new keyboard description has none of them
                 break;
             case XCB_XKB_MAP_NOTIFY:
                 if (!isOwnMapChange(event)) {
@@ -218,10 +234,10 @@ bool X11KeyboardLayout::layoutChanged() {
         return false;
     }
     changed_ = false;
-    if (deviceId_ >= 0 && !fresh) {
-        loadKeymap();
+    if (fresh) {
+        return true;
     }
-    return true;
+    return deviceId_ >= 0 && loadKeymap();
 }
 
 std::optional<KeyboardLayout::LockState> X11KeyboardLayout::lockState() {

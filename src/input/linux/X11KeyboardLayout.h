@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 class X11InputConnection;
@@ -46,13 +47,16 @@ private:
 
     bool ensure();
     void setUp();
-    void loadKeymap();
+    // Reads the keymap, the locked group and modifiers and the spare key codes; true when the keymap
+    // types differently from the one read before.
+    bool loadKeymap();
     void readEvents();
     bool isOwnMapChange(const void* mapNotify) const;
     void restore(int keycode);
 
     std::shared_ptr<X11InputConnection> connection_;
     std::unique_ptr<XkbKeymap> keymap_;
+    std::string fingerprint_;
     std::uint64_t generation_ = 0;
     std::int32_t deviceId_ = -1;
     std::uint8_t xkbEventBase_ = 0;

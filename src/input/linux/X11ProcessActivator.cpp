@@ -6,7 +6,7 @@
 #include <X11/Xlib-xcb.h>
 #include <X11/Xlib.h>
 #include <cstdlib>
-#include <poll.h>
+#include <thread>
 
 X11ProcessActivator::X11ProcessActivator(std::string displayName)
     : connection_("Input focus", std::move(displayName)) {}
@@ -20,11 +20,11 @@ X11Display* X11ProcessActivator::display() {
         current_ = connection_.get();
         if (current_ != nullptr) {
             XSetEventQueueOwner(current_->display(), XCBOwnsEventQueue);
-            const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+            // Windows that come and go (client list, top-level windows) make the remembered pids stale.
+            const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
             xcb_change_window_attributes(current_->xcb(), static_cast<xcb_window_t>(current_->root()),
                                          XCB_CW_EVENT_MASK, &mask);
             xcb_flush(current_->xcb());
-            activeStale_ = true;
             pids_.clear();
         }
     }
@@ -32,22 +32,16 @@ X11Display* X11ProcessActivator::display() {
 }
 
 void X11ProcessActivator::readEvents() {
-    const auto activeAtom = static_cast<xcb_atom_t>(current_->atom("_NET_ACTIVE_WINDOW"));
+    const auto clientListAtom = static_cast<xcb_atom_t>(current_->atom("_NET_CLIENT_LIST"));
     while (xcb_generic_event_t* event = xcb_poll_for_event(current_->xcb())) {
-        if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY &&
-            reinterpret_cast<xcb_property_notify_event_t*>(event)->atom == activeAtom) {
-            activeStale_ = true;
+        const std::uint8_t type = event->response_type & 0x7f;
+        if (type == XCB_CREATE_NOTIFY || type == XCB_DESTROY_NOTIFY || type == XCB_REPARENT_NOTIFY ||
+            (type == XCB_PROPERTY_NOTIFY &&
+             reinterpret_cast<xcb_property_notify_event_t*>(event)->atom == clientListAtom)) {
+            pids_.clear();
         }
         std::free(event);
     }
-}
-
-std::uint32_t X11ProcessActivator::activeWindow() {
-    if (activeStale_) {
-        activeStale_ = false;
-        active_ = X11Ewmh(*current_).activeWindow();
-    }
-    return active_;
 }
 
 int X11ProcessActivator::pidOfWindow(std::uint32_t window) {
@@ -58,17 +52,25 @@ int X11ProcessActivator::pidOfWindow(std::uint32_t window) {
     if (it != pids_.end()) {
         return it->second;
     }
-    const auto infos = X11Ewmh(*current_).describe({window});
-    const int pid = infos.empty() || !infos.front().exists ? 0 : infos.front().pid;
+    xcb_connection_t* c = current_->xcb();
+    X11Ewmh ewmh(*current_);
+    int pid = 0;
+    std::uint32_t at = window;
+    for (int depth = 0; depth < 16 && at != 0 && at != current_->root(); ++depth) {
+        const auto infos = ewmh.describe({at});
+        if (!infos.empty() && infos.front().pid > 0) {
+            pid = infos.front().pid;
+            break;
+        }
+        xcb_query_tree_reply_t* tree = xcb_query_tree_reply(c, xcb_query_tree(c, at), nullptr);
+        at = tree != nullptr ? tree->parent : 0;
+        std::free(tree);
+    }
     if (pids_.size() > 1024) {
         pids_.clear();
     }
     pids_[window] = pid;
     return pid;
-}
-
-bool X11ProcessActivator::activeBelongsTo(std::int64_t pid) {
-    return pidOfWindow(activeWindow()) == pid;
 }
 
 bool X11ProcessActivator::focusBelongsTo(std::int64_t pid) {
@@ -95,21 +97,52 @@ void X11ProcessActivator::raise(std::uint32_t window) {
     xcb_flush(c);
 }
 
+std::vector<std::uint32_t> X11ProcessActivator::windowsBottomToTop() {
+    X11Ewmh ewmh(*current_);
+    auto windows = ewmh.clientListStacking();
+    if (windows.empty()) {
+        windows = ewmh.clientList();
+    }
+    if (!windows.empty() || ewmh.windowManagerPresent()) {
+        return windows;
+    }
+    // No window manager: the root's mapped children, in stacking order.
+    xcb_connection_t* c = current_->xcb();
+    xcb_query_tree_reply_t* tree =
+        xcb_query_tree_reply(c, xcb_query_tree(c, static_cast<xcb_window_t>(current_->root())), nullptr);
+    if (tree == nullptr) {
+        return windows;
+    }
+    const xcb_window_t* children = xcb_query_tree_children(tree);
+    const int count = xcb_query_tree_children_length(tree);
+    std::vector<xcb_get_window_attributes_cookie_t> cookies;
+    for (int i = 0; i < count; ++i) {
+        cookies.push_back(xcb_get_window_attributes(c, children[i]));
+    }
+    for (int i = 0; i < count; ++i) {
+        xcb_get_window_attributes_reply_t* attributes =
+            xcb_get_window_attributes_reply(c, cookies[i], nullptr);
+        if (attributes != nullptr && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
+            attributes->override_redirect == 0) {
+            windows.push_back(children[i]);
+        }
+        std::free(attributes);
+    }
+    std::free(tree);
+    return windows;
+}
+
 bool X11ProcessActivator::activateProcess(std::int64_t pid) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (display() == nullptr) {
         return false;
     }
     readEvents();
-    if (activeBelongsTo(pid)) {
+    if (focusBelongsTo(pid)) {
         return true;
     }
     X11Ewmh ewmh(*current_);
-    auto windows = ewmh.clientListStacking();
-    if (windows.empty()) {
-        windows = ewmh.clientList();
-    }
-    const auto infos = ewmh.describe(windows);
+    const auto infos = ewmh.describe(windowsBottomToTop());
     for (auto it = infos.rbegin(); it != infos.rend(); ++it) {
         pids_[it->window] = it->pid;
         if (it->exists && it->pid == pid && ewmh.isNormalOrDialog(*it)) {
@@ -127,16 +160,12 @@ std::optional<std::int64_t> X11ProcessActivator::activateProcessNamed(const std:
     }
     readEvents();
     X11Ewmh ewmh(*current_);
-    auto windows = ewmh.clientListStacking();
-    if (windows.empty()) {
-        windows = ewmh.clientList();
-    }
-    const auto infos = ewmh.describe(windows);
+    const auto infos = ewmh.describe(windowsBottomToTop());
     for (auto it = infos.rbegin(); it != infos.rend(); ++it) {
         pids_[it->window] = it->pid;
         if (it->exists && it->pid > 0 && ewmh.isNormalOrDialog(*it) &&
             X11ProcessSource::executableName(it->pid) == name) {
-            if (!activeBelongsTo(it->pid)) {
+            if (!focusBelongsTo(it->pid)) {
                 raise(it->window);
             }
             return it->pid;
@@ -151,24 +180,14 @@ bool X11ProcessActivator::waitForFocus(std::int64_t pid, std::chrono::millisecon
         return false;
     }
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    readEvents();
-    if (activeBelongsTo(pid)) {
-        return true;
-    }
-    if (!X11Ewmh(*current_).windowManagerPresent()) {
-        return focusBelongsTo(pid); // the focus was set directly, already in effect
-    }
     while (true) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            return false;
-        }
-        pollfd fd{xcb_get_file_descriptor(current_->xcb()), POLLIN, 0};
-        poll(&fd, 1, static_cast<int>(left.count()));
         readEvents();
-        if (activeBelongsTo(pid)) {
+        if (focusBelongsTo(pid)) {
             return true;
         }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }

@@ -6,11 +6,13 @@
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 // Brings processes to the front through the window manager (EWMH _NET_ACTIVE_WINDOW on the process's
-// top-most managed window; without a window manager the window gets the input focus directly). The
-// active window is followed through property events on the root window, so a command for the
-// process already in front costs no round trip to the X server. Has its own X connection.
+// top-most managed window; without a window manager the window gets the input focus directly). Whether
+// a process is in front is read from the X input focus itself (one round trip): the window manager
+// announces a new active window only after the focus moved. The process of each focus window is
+// remembered until windows come or go. Has its own X connection.
 class X11ProcessActivator : public ProcessActivator {
 public:
     // `displayName` empty: $DISPLAY.
@@ -23,16 +25,15 @@ public:
 private:
     X11Display* display();
     void readEvents();
-    std::uint32_t activeWindow();
+    // The process of a window or of the nearest ancestor that names one (0: none).
     int pidOfWindow(std::uint32_t window);
-    bool activeBelongsTo(std::int64_t pid);
     bool focusBelongsTo(std::int64_t pid);
     void raise(std::uint32_t window);
+    // The managed windows (without a window manager: the mapped top-level windows), top-most last.
+    std::vector<std::uint32_t> windowsBottomToTop();
 
     std::mutex mutex_;
     X11Connection connection_;
     X11Display* current_ = nullptr;
-    bool activeStale_ = true;
-    std::uint32_t active_ = 0;
     std::unordered_map<std::uint32_t, int> pids_;
 };

@@ -2,6 +2,8 @@
 
 #include "input/VirtualKeyTable.h"
 
+#include <algorithm>
+
 #include <xkbcommon/xkbcommon-x11.h>
 #include <xkbcommon/xkbcommon.h>
 
@@ -130,4 +132,32 @@ bool XkbKeymap::keyHasSymbols(int evdevCode) const {
         }
     }
     return false;
+}
+
+std::string XkbKeymap::fingerprint(const std::vector<int>& ignoredKeycodes) const {
+    std::string text = std::to_string(xkb_keymap_num_layouts(keymap_.get())) + ";";
+    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap_.get());
+    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap_.get());
+    for (xkb_keycode_t keycode = min; keycode <= max && keycode >= 8; ++keycode) {
+        if (std::find(ignoredKeycodes.begin(), ignoredKeycodes.end(), static_cast<int>(keycode)) !=
+            ignoredKeycodes.end()) {
+            continue;
+        }
+        const xkb_layout_index_t layouts = xkb_keymap_num_layouts_for_key(keymap_.get(), keycode);
+        for (xkb_layout_index_t layout = 0; layout < layouts; ++layout) {
+            const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap_.get(), keycode, layout);
+            for (xkb_level_index_t level = 0; level < levels; ++level) {
+                const xkb_keysym_t* syms = nullptr;
+                const int count =
+                    xkb_keymap_key_get_syms_by_level(keymap_.get(), keycode, layout, level, &syms);
+                text += std::to_string(keycode) + "/" + std::to_string(layout) + "/" + std::to_string(level) +
+                        ":";
+                for (int i = 0; i < count; ++i) {
+                    text += std::to_string(syms[i]) + ",";
+                }
+            }
+        }
+    }
+    return text + std::to_string(shiftMask_) + "," + std::to_string(level3Mask_) + "," +
+           std::to_string(numLockMask_);
 }

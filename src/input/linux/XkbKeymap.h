@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 #include <xcb/xcb.h>
 
 struct xkb_context;
@@ -34,8 +35,11 @@ public:
     std::uint32_t numLockMask() const { return numLockMask_; }
     // The number of layout groups.
     unsigned groupCount() const;
-    // The key codes (evdev) that have no symbol at all.
+    // Whether the key (evdev code) has any symbol.
     bool keyHasSymbols(int evdevCode) const;
+    // Every symbol of every key, level and group, except the keys `ignoredKeycodes` (X key codes):
+    // two keymaps with the same fingerprint type the same.
+    std::string fingerprint(const std::vector<int>& ignoredKeycodes) const;
 
 private:
     struct Deleter {

@@ -1,0 +1,358 @@
+#include "TestWindow.h"
+#include "input/PZMouse.h"
+#include "input/VXCommandExecute.h"
+#include "input/linux/X11InputConnection.h"
+#include "input/linux/X11KeyboardLayout.h"
+#include "input/linux/X11ProcessActivator.h"
+#include "input/linux/XTestEventPoster.h"
+#include "protocol/VXCommand.h"
+#include "protocol/VXError.h"
+#include "protocol/VXTrackpadCommand.h"
+#include "support/TestPlatform.h"
+#include "support/XvfbProcess.h"
+#include "transport/PZException.h"
+#include "transport/PZRunLoop.h"
+
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr unsigned shiftMask = 1;
+constexpr unsigned controlMask = 4;
+constexpr unsigned numLockMask = 16;
+constexpr unsigned superMask = 64;
+
+// A private X server with openbox, a test window and an executor over the X11 back ends.
+class X11InputTest : public ::testing::Test {
+protected:
+    void SetUp() override { startServer(true); }
+
+    void startServer(bool windowManager) {
+        VXH_REQUIRE_PLATFORM(xvfb_.start(), "Xvfb could not be started");
+        if (windowManager) {
+            VXH_REQUIRE_PLATFORM(xvfb_.startWindowManager(), "openbox could not be started");
+        }
+        auto connection = std::make_shared<X11InputConnection>(xvfb_.name());
+        VXCommandExecute::Backends backends;
+        backends.eventPoster = std::make_shared<XTestEventPoster>(connection);
+        layout_ = std::make_shared<X11KeyboardLayout>(connection);
+        backends.keyboardLayout = layout_;
+        backends.processActivator = std::make_shared<X11ProcessActivator>(xvfb_.name());
+        backends.commandKey = [this] { return commandKey_; };
+        // A loaded test machine may need longer than a desktop for the window manager to move the focus.
+        backends.focusTimeout = std::chrono::seconds(2);
+        executor_ = VXCommandExecute::create(backends);
+        ASSERT_TRUE(window_.start(xvfb_.name()));
+        if (!windowManager) {
+            return;
+        }
+        ASSERT_TRUE(window_.waitForFocus());
+    }
+
+    void setLayout(const std::string& layout) {
+        const std::string command = "setxkbmap -display " + xvfb_.name() + " " + layout;
+        ASSERT_EQ(std::system(command.c_str()), 0);
+    }
+
+    std::shared_ptr<VXError> type(const std::string& instruction, const TestWindow* target = nullptr,
+                                  const std::string& name = "") {
+        const TestWindow& window = target != nullptr ? *target : window_;
+        return executor_->execute(VXCommand("keyboard", VXProcess(name, window.pid()), instruction));
+    }
+
+    // Types each character of `text` as its own command ("space" for a space).
+    void typeText(const std::string& text) {
+        std::size_t i = 0;
+        while (i < text.size()) {
+            const auto lead = static_cast<unsigned char>(text[i]);
+            const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+            const std::string piece = text.substr(i, length);
+            EXPECT_EQ(type(piece == " " ? "space" : piece), nullptr) << piece;
+            i += length;
+        }
+    }
+
+    // The first key press with this keysym, if the window saw one.
+    std::optional<TestWindow::Key> pressOf(unsigned long keysym) {
+        window_.waitFor([&] {
+            for (const auto& key : window_.keys()) {
+                if (key.press && key.keysym == keysym) {
+                    return true;
+                }
+            }
+            return false;
+        });
+        for (const auto& key : window_.keys()) {
+            if (key.press && key.keysym == keysym) {
+                return key;
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::shared_ptr<VXError> gesture(std::int32_t touch, std::int16_t fingers, std::int16_t taps,
+                                     VXPoint shift = {}) {
+        VXTrackpadCommand command;
+        command.setTouchState(touch);
+        command.setFingers(fingers);
+        command.setTapCount(taps);
+        command.setShift(shift);
+        return executor_->execute(command);
+    }
+
+    static void runLoopFor(std::chrono::milliseconds duration) {
+        PZRunLoop::current()->runUntil(PZRunLoop::Clock::now() + duration);
+    }
+
+    std::vector<std::string> buttonEvents() {
+        std::vector<std::string> events;
+        for (const auto& button : window_.buttons()) {
+            events.push_back((button.press ? "+" : "-") + std::to_string(button.button));
+        }
+        return events;
+    }
+
+    XvfbProcess xvfb_;
+    TestWindow window_;
+    std::string commandKey_ = "control";
+    std::shared_ptr<X11KeyboardLayout> layout_;
+    std::shared_ptr<VXCommandExecute> executor_;
+};
+
+TEST_F(X11InputTest, execute_usLayoutText_windowReceivesText) {
+    typeText("Hello, World! 123");
+    EXPECT_EQ(window_.waitForText("Hello, World! 123"), "Hello, World! 123");
+}
+
+TEST_F(X11InputTest, execute_germanLayoutText_windowReceivesText) {
+    setLayout("de");
+    typeText("Grüße, ß@€|{}");
+    EXPECT_EQ(window_.waitForText("Grüße, ß@€|{}"), "Grüße, ß@€|{}");
+}
+
+TEST_F(X11InputTest, execute_frenchLayoutText_windowReceivesText) {
+    setLayout("fr");
+    typeText("àéèç azerty");
+    EXPECT_EQ(window_.waitForText("àéèç azerty"), "àéèç azerty");
+}
+
+TEST_F(X11InputTest, execute_layoutSwitchedBetweenCommands_sameLetterOtherKey) {
+    EXPECT_EQ(type("z"), nullptr);
+    setLayout("de");
+    EXPECT_EQ(type("z"), nullptr);
+    setLayout("us");
+    EXPECT_EQ(type("z"), nullptr);
+    EXPECT_EQ(window_.waitForText("zzz"), "zzz");
+    std::vector<unsigned> keycodes;
+    for (const auto& key : window_.keys()) {
+        if (key.press) {
+            keycodes.push_back(key.keycode);
+        }
+    }
+    EXPECT_EQ(keycodes, (std::vector<unsigned>{52, 29, 52})); // the Z key, then the key at the position of Y
+}
+
+TEST_F(X11InputTest, execute_capitalAlone_comesWithShift) {
+    EXPECT_EQ(type("H"), nullptr);
+    EXPECT_EQ(type("#1 h"), nullptr);
+    EXPECT_EQ(type("h"), nullptr);
+    EXPECT_EQ(window_.waitForText("HHh"), "HHh");
+    std::vector<unsigned> states;
+    for (const auto& key : window_.keys()) {
+        if (key.press && !key.text.empty()) {
+            states.push_back(key.state & shiftMask);
+        }
+    }
+    EXPECT_EQ(states, (std::vector<unsigned>{shiftMask, shiftMask, 0}));
+}
+
+TEST_F(X11InputTest, execute_commandMark_controlShortcutOrPreferredKey) {
+    EXPECT_EQ(type("#4 c"), nullptr);
+    auto c = pressOf('c');
+    ASSERT_TRUE(c.has_value());
+    EXPECT_EQ(c->state & (controlMask | superMask), controlMask);
+    EXPECT_EQ(c->text, "\x03");
+    window_.clear();
+    commandKey_ = "super";
+    EXPECT_EQ(type("#4 v"), nullptr);
+    auto v = pressOf('v');
+    ASSERT_TRUE(v.has_value());
+    EXPECT_EQ(v->state & (controlMask | superMask), superMask);
+}
+
+TEST_F(X11InputTest, execute_keypadKeys_digitsAndEnterWithNumLockRestored) {
+    EXPECT_EQ(type("numpad5"), nullptr);
+    EXPECT_EQ(type("numpadreturn"), nullptr);
+    EXPECT_EQ(type("a"), nullptr);
+    const auto five = pressOf(0xffb5); // KP_5
+    ASSERT_TRUE(five.has_value());
+    EXPECT_EQ(five->text, "5");
+    EXPECT_TRUE(pressOf(0xff8d).has_value()); // KP_Enter
+    const auto a = pressOf('a');
+    ASSERT_TRUE(a.has_value());
+    EXPECT_EQ(a->state & numLockMask, 0u); // Num Lock is off again
+}
+
+TEST_F(X11InputTest, execute_arrowsWithModifiers_keysymAndState) {
+    EXPECT_EQ(type("#1 #4 LeftArrow"), nullptr);
+    EXPECT_EQ(type("uparrow"), nullptr);
+    const auto left = pressOf(0xff51);
+    ASSERT_TRUE(left.has_value());
+    EXPECT_EQ(left->state & (shiftMask | controlMask), shiftMask | controlMask);
+    const auto up = pressOf(0xff52);
+    ASSERT_TRUE(up.has_value());
+    EXPECT_EQ(up->state & (shiftMask | controlMask), 0u);
+}
+
+TEST_F(X11InputTest, execute_unknownMark_raisesAndTypesNothing) {
+    EXPECT_THROW(type("#5 a"), PZException);
+    EXPECT_EQ(type("b"), nullptr);
+    EXPECT_EQ(window_.waitForText("b"), "b");
+}
+
+TEST_F(X11InputTest, execute_capsLockLocked_textAsAskedAndLockKept) {
+    Display* dpy = XOpenDisplay(xvfb_.name().c_str());
+    ASSERT_NE(dpy, nullptr);
+    const KeyCode caps = XKeysymToKeycode(dpy, 0xffe5);
+    XTestFakeKeyEvent(dpy, caps, True, CurrentTime);
+    XTestFakeKeyEvent(dpy, caps, False, CurrentTime);
+    XSync(dpy, False);
+    typeText("aB");
+    EXPECT_EQ(window_.waitForText("aB"), "aB");
+    XkbStateRec state{};
+    XkbGetState(dpy, XkbUseCoreKbd, &state);
+    EXPECT_NE(state.locked_mods & LockMask, 0);
+    XCloseDisplay(dpy);
+}
+
+TEST_F(X11InputTest, execute_characterOnNoKey_temporaryKeyThenMappingRestored) {
+    typeText("ő😀aőé");
+    EXPECT_EQ(window_.waitForText("ő😀aőé"), "ő😀aőé");
+    EXPECT_FALSE(layout_->layoutChanged()); // its own mapping changes are no new layout
+    layout_->releaseTemporaryKeys(true);
+    Display* dpy = XOpenDisplay(xvfb_.name().c_str());
+    ASSERT_NE(dpy, nullptr);
+    EXPECT_EQ(XKeysymToKeycode(dpy, 0x01000151), 0);
+    EXPECT_EQ(XKeysymToKeycode(dpy, 0x0101f600), 0);
+    XCloseDisplay(dpy);
+    EXPECT_FALSE(layout_->layoutChanged());
+}
+
+TEST_F(X11InputTest, execute_otherProcessPid_focusMovesThereBeforeTyping) {
+    TestWindow second;
+    ASSERT_TRUE(second.start(xvfb_.name(), "second window", "300x200+500+300"));
+    ASSERT_TRUE(second.waitForFocus());
+    EXPECT_EQ(type("x", &window_), nullptr);
+    EXPECT_EQ(type("y", &second), nullptr);
+    EXPECT_EQ(type("z", &window_), nullptr);
+    EXPECT_EQ(window_.waitForText("xz"), "xz");
+    EXPECT_EQ(second.waitForText("y"), "y");
+    VXCommand gone("keyboard", VXProcess("", 999999), "q");
+    EXPECT_EQ(executor_->execute(gone)->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST_F(X11InputTest, execute_method2WithProcessName_scriptRaisesAndTypes) {
+    TestWindow second;
+    ASSERT_TRUE(second.start(xvfb_.name(), "second window", "300x200+500+300"));
+    ASSERT_TRUE(second.waitForFocus());
+    executor_->setKeyboardMethod(2);
+    EXPECT_EQ(type("#1 q", &window_, "vxh_test_window"), nullptr);
+    EXPECT_EQ(type("mute", &window_, "vxh_test_window"), nullptr);
+    EXPECT_EQ(window_.waitForText("Q"), "Q");
+    EXPECT_TRUE(pressOf(0x1008ff12).has_value()); // XF86AudioMute
+    EXPECT_EQ(type("a", &window_, "no-such-program")->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST_F(X11InputTest, execute_specialKeys_theirXF86Keys) {
+    EXPECT_EQ(type("play"), nullptr);
+    EXPECT_EQ(type("eject"), nullptr);
+    EXPECT_TRUE(pressOf(0x1008ff14).has_value()); // XF86AudioPlay
+    EXPECT_TRUE(pressOf(0x1008ff2c).has_value()); // XF86Eject
+}
+
+TEST_F(X11InputTest, trackpad_singleTap_oneClickAfterDelay) {
+    executor_->mouse().moveToPoint({200, 150});
+    const auto sent = std::chrono::steady_clock::now();
+    EXPECT_EQ(gesture(0, 1, 1), nullptr);
+    runLoopFor(400ms);
+    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 2; }));
+    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1"}));
+    const auto pressedAt = std::chrono::nanoseconds(window_.buttons().front().ns);
+    EXPECT_GE(pressedAt - sent.time_since_epoch(), 150ms);
+}
+
+TEST_F(X11InputTest, trackpad_moveWithinDelay_cancelsClick) {
+    executor_->mouse().moveToPoint({200, 150});
+    gesture(0, 1, 1);
+    gesture(2, 1, 0, {10, 5});
+    runLoopFor(400ms);
+    ASSERT_TRUE(window_.waitFor([&] {
+        const auto motions = window_.motions();
+        return !motions.empty() && motions.back().x == 210 && motions.back().y == 155;
+    }));
+    EXPECT_TRUE(window_.buttons().empty());
+    EXPECT_EQ(executor_->mouse().getLocation(), (VXPoint{210, 155}));
+}
+
+TEST_F(X11InputTest, trackpad_twoFingers_rightClickAndScroll) {
+    executor_->mouse().moveToPoint({200, 150});
+    gesture(0, 2, 1);
+    gesture(2, 2, 0, {0, 30});
+    gesture(2, 2, 0, {-30, 0});
+    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 6; }));
+    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+3", "-3", "+5", "-5", "+6", "-6"}));
+}
+
+TEST_F(X11InputTest, trackpad_doubleTapHoldMoveRelease_dragWithoutExtraClick) {
+    executor_->mouse().moveToPoint({100, 100});
+    gesture(0, 1, 1);
+    gesture(1, 1, 2);
+    gesture(2, 1, 2, {50, 20});
+    gesture(0, 1, 2);
+    runLoopFor(400ms);
+    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 2; }));
+    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1"}));
+    EXPECT_EQ(window_.buttons().back().x, 150);
+    EXPECT_EQ(window_.buttons().back().y, 120);
+}
+
+TEST_F(X11InputTest, trackpad_doubleTapWithoutMoving_pressReleaseAndOneMoreClick) {
+    executor_->mouse().moveToPoint({100, 100});
+    gesture(0, 1, 1);
+    gesture(1, 1, 2);
+    gesture(0, 1, 2);
+    runLoopFor(400ms);
+    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 4; }));
+    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1", "+1", "-1"}));
+}
+
+TEST_F(X11InputTest, mouse_outsideTheScreen_landsOnEdgeAndLogsBothChecks) {
+    PZMouse& mouse = executor_->mouse();
+    EXPECT_EQ(mouse.log(), "Main screen size {1280, 800}\n");
+    mouse.moveToPoint({5000, 5000});
+    EXPECT_EQ(mouse.getLocation(), (VXPoint{1279, 799}));
+    EXPECT_NE(mouse.log().find(
+                  "IOHIDSetMouseLocation set mouse at {1279, 799} when request is {5000, 5000}\n"
+                  "IOHIDPostEvent(mouse move) set mouse at {1279, 799} when request is {5000, 5000}\n"),
+              std::string::npos)
+        << mouse.log();
+}
+
+class X11InputWithoutWindowManagerTest : public X11InputTest {
+protected:
+    void SetUp() override { startServer(false); }
+};
+
+TEST_F(X11InputWithoutWindowManagerTest, execute_processPid_focusSetDirectly) {
+    EXPECT_EQ(type("k"), nullptr);
+    EXPECT_EQ(window_.waitForText("k"), "k");
+    EXPECT_TRUE(window_.waitForFocus());
+}
+
+} // namespace
