@@ -15,7 +15,8 @@ int truncated(double value) {
     if (std::isnan(value)) {
         return 0;
     }
-    constexpr double limit = 1 << 30;
+    // Far beyond any screen, and small enough that a row of 4-byte pixels stays an int.
+    constexpr double limit = 1 << 28;
     return static_cast<int>(std::clamp(value, -limit, limit));
 }
 

@@ -1,9 +1,11 @@
 #include "sysinfo/VXDesktopEntry.h"
 
+#include <cerrno>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -135,17 +137,36 @@ std::string VXDesktopEntry::currentLocale() {
 
 std::optional<VXDesktopEntry> VXDesktopEntry::load(const std::string& path, const std::string& desktopId,
                                                    const std::string& locale) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         return std::nullopt;
     }
-    std::string text(maximumFileSize + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    const auto count = static_cast<size_t>(file.gcount());
-    if (count > maximumFileSize) {
+    struct stat info {};
+    std::string text;
+    bool ok = ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+              static_cast<std::size_t>(info.st_size) <= maximumFileSize;
+    if (ok) {
+        // One byte more than the size: a file that grew meanwhile beyond the limit is still refused.
+        text.resize(static_cast<std::size_t>(info.st_size) + 1);
+        std::size_t count = 0;
+        while (count < text.size()) {
+            const ssize_t got = ::read(fd, text.data() + count, text.size() - count);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got <= 0) {
+                ok = got == 0;
+                break;
+            }
+            count += static_cast<std::size_t>(got);
+        }
+        text.resize(count);
+        ok = ok && count <= maximumFileSize;
+    }
+    ::close(fd);
+    if (!ok) {
         return std::nullopt;
     }
-    text.resize(count);
     return parse(text, path, desktopId, locale);
 }
 

@@ -235,7 +235,24 @@ std::shared_ptr<const VXDesktopEntry> VXDesktopEntryIndex::findById(const std::s
 std::shared_ptr<const VXDesktopEntry> VXDesktopEntryIndex::findForProgram(const std::string& className,
                                                                           const std::string& instanceName,
                                                                           const std::string& executableName) {
+    return findForProgramIn(*current(), className, instanceName, executableName);
+}
+
+VXDesktopEntryIndex::Entries
+VXDesktopEntryIndex::findForPrograms(const std::vector<VXRunningProcess>& programs) {
     const auto scan = current();
+    Entries entries;
+    entries.reserve(programs.size());
+    for (const auto& program : programs) {
+        entries.push_back(
+            findForProgramIn(*scan, program.className, program.instanceName, program.executableName));
+    }
+    return entries;
+}
+
+std::shared_ptr<const VXDesktopEntry>
+VXDesktopEntryIndex::findForProgramIn(const Scan& scan, const std::string& className,
+                                      const std::string& instanceName, const std::string& executableName) {
     const auto lookUp = [](const auto& map, const std::string& key) -> std::shared_ptr<const VXDesktopEntry> {
         if (key.empty()) {
             return nullptr;
@@ -245,11 +262,10 @@ std::shared_ptr<const VXDesktopEntry> VXDesktopEntryIndex::findForProgram(const 
     };
     const std::string lowerClass = lowercase(className);
     const std::string lowerInstance = lowercase(instanceName);
-    for (const auto& candidate :
-         {lookUp(scan->byWMClass, lowerClass), lookUp(scan->byWMClass, lowerInstance),
-          lookUp(scan->byLowerId, lowerClass), lookUp(scan->byLowerId, lowerInstance),
-          lookUp(scan->byLastPart, lowerClass), lookUp(scan->byLastPart, lowerInstance),
-          lookUp(scan->byProgram, executableName)}) {
+    for (const auto& candidate : {lookUp(scan.byWMClass, lowerClass), lookUp(scan.byWMClass, lowerInstance),
+                                  lookUp(scan.byLowerId, lowerClass), lookUp(scan.byLowerId, lowerInstance),
+                                  lookUp(scan.byLastPart, lowerClass), lookUp(scan.byLastPart, lowerInstance),
+                                  lookUp(scan.byProgram, executableName)}) {
         if (candidate) {
             return candidate;
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sysinfo/VXDesktopEntry.h"
+#include "sysinfo/VXRunningProcess.h"
 
 #include <chrono>
 #include <memory>
@@ -38,6 +39,8 @@ public:
     // The applications to list among the desktop files under `folder` (any folder, sub-folders
     // included), in name order; not kept.
     static Entries applicationsUnder(const std::string& folder);
+    // The entry of each running program (see findForProgram), the folders checked once for all.
+    Entries findForPrograms(const std::vector<VXRunningProcess>& programs);
     // Makes the next use scan again.
     void invalidate();
 
@@ -45,6 +48,10 @@ private:
     struct Scan;
     std::shared_ptr<const Scan> current();
     std::shared_ptr<const Scan> scan(const std::vector<std::string>& dataDirs) const;
+    static std::shared_ptr<const VXDesktopEntry> findForProgramIn(const Scan& scan,
+                                                                  const std::string& className,
+                                                                  const std::string& instanceName,
+                                                                  const std::string& executableName);
 
     std::vector<std::string> fixedDataDirs_;
     std::mutex mutex_;

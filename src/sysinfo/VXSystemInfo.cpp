@@ -162,7 +162,9 @@ void VXSystemInfo::setBrightness(float brightness) {
     snapshot_.invalidateBrightness();
 }
 
-std::shared_ptr<VXProcess> VXSystemInfo::processFromRunning(const VXRunningProcess& running) {
+std::shared_ptr<VXProcess>
+VXSystemInfo::processFromRunning(const VXRunningProcess& running,
+                                 const std::shared_ptr<const VXDesktopEntry>& entry) {
     if (running.executableName.empty()) {
         PZLog("Error: there is no name for process " +
               std::to_string(static_cast<std::uint32_t>(running.pid)));
@@ -170,8 +172,6 @@ std::shared_ptr<VXProcess> VXSystemInfo::processFromRunning(const VXRunningProce
     }
     auto process = VXProcess::processWithNamePid(running.executableName, running.pid);
     // The name the desktop shows for the application: its desktop entry's, else the window class.
-    const auto entry =
-        desktopEntries_.findForProgram(running.className, running.instanceName, running.executableName);
     if (entry && !entry->name().empty()) {
         process->setMainWindowTitle(entry->name());
     } else if (!running.className.empty()) {
@@ -190,8 +190,11 @@ VXSystemInfo::ProcessArray VXSystemInfo::getUIElementProcesses() {
     if (!backEnds_.processes) {
         return processes;
     }
-    for (const VXRunningProcess& running : backEnds_.processes->uiProcesses()) {
-        if (auto process = processFromRunning(running)) {
+    const std::vector<VXRunningProcess> running = backEnds_.processes->uiProcesses();
+    // The desktop entries' folders are checked once for the whole list.
+    const auto entries = desktopEntries_.findForPrograms(running);
+    for (size_t i = 0; i < running.size(); ++i) {
+        if (auto process = processFromRunning(running[i], entries[i])) {
             processes.push_back(std::move(process));
         }
     }
@@ -210,7 +213,12 @@ std::shared_ptr<VXProcess> VXSystemInfo::getProcessWithPSN(std::int64_t psn) {
         return nullptr;
     }
     const auto running = backEnds_.processes->processWithPid(static_cast<std::int32_t>(lowWord));
-    return running ? processFromRunning(*running) : nullptr;
+    if (!running) {
+        return nullptr;
+    }
+    return processFromRunning(
+        *running,
+        desktopEntries_.findForProgram(running->className, running->instanceName, running->executableName));
 }
 
 std::optional<std::string> VXSystemInfo::processNameForPid(std::int64_t pid) {
@@ -297,7 +305,25 @@ std::optional<VXSystemInfo::Bytes> VXSystemInfo::renderThemeIcon(const std::vect
     if (!path) {
         return std::nullopt;
     }
-    return backEnds_.images->renderFile(*path, width, height, format);
+    return renderFile(*path, width, height, format);
+}
+
+std::optional<VXSystemInfo::Bytes> VXSystemInfo::renderFile(const std::string& path, int width, int height,
+                                                            VXImageFormat format) {
+    const auto key = VXRenderedImageCache::fileKey(path, width, height, static_cast<int>(format));
+    if (!key) {
+        return std::nullopt;
+    }
+    return renderedImages_.getOrRender(
+        *key, [&] { return backEnds_.images->renderFile(path, width, height, format); });
+}
+
+std::optional<VXSystemInfo::Bytes> VXSystemInfo::renderResource(const std::string& name, int width,
+                                                                int height, VXImageFormat format) {
+    const std::string key = std::to_string(static_cast<int>(format)) + ":" + std::to_string(width) + "x" +
+                            std::to_string(height) + ":resource:" + name;
+    return renderedImages_.getOrRender(
+        key, [&] { return backEnds_.images->renderResource(name, width, height, format); });
 }
 
 std::optional<VXSystemInfo::Bytes> VXSystemInfo::renderApplicationIcon(const std::string& path, int width,
@@ -339,7 +365,7 @@ std::optional<VXSystemInfo::Bytes> VXSystemInfo::getDataOfIconForProcessSize(con
         const char* image = lower == "applications" ? "ApplicationFolder.png"
                             : lower == "dock"       ? "DockFolder.png"
                                                     : "Folder.png";
-        return backEnds_.images->renderResource(image, *w, *h, VXImageFormat::PNG);
+        return renderResource(image, *w, *h, VXImageFormat::PNG);
     }
     case computerPid:
         return renderThemeIcon({"computer", "computer-symbolic", "user-desktop"}, *w, *h, VXImageFormat::PNG);
@@ -393,7 +419,7 @@ std::optional<VXSystemInfo::Bytes> VXSystemInfo::getDataOfFileIconSize(const std
         return std::nullopt;
     }
     if (text == "DIR") {
-        return backEnds_.images->renderResource("Folder.png", *w, *h, VXImageFormat::TIFF);
+        return renderResource("Folder.png", *w, *h, VXImageFormat::TIFF);
     }
     const auto slash = text.rfind('/');
     const std::string last = slash == std::string::npos ? text : text.substr(slash + 1);

@@ -5,6 +5,7 @@
 #include "sysinfo/PZBrightnessControl.h"
 #include "sysinfo/VXDesktopEntryIndex.h"
 #include "sysinfo/VXIconThemeLookup.h"
+#include "sysinfo/VXRenderedImageCache.h"
 #include "sysinfo/VXSystemInfoBackEnds.h"
 #include "sysinfo/VXSystemSnapshot.h"
 
@@ -91,7 +92,10 @@ private:
     std::optional<Bytes> renderThemeIcon(const std::vector<std::string>& names, int width, int height,
                                          VXImageFormat format);
     std::optional<Bytes> renderApplicationIcon(const std::string& path, int width, int height);
-    std::shared_ptr<VXProcess> processFromRunning(const VXRunningProcess& running);
+    std::optional<Bytes> renderFile(const std::string& path, int width, int height, VXImageFormat format);
+    std::optional<Bytes> renderResource(const std::string& name, int width, int height, VXImageFormat format);
+    std::shared_ptr<VXProcess> processFromRunning(const VXRunningProcess& running,
+                                                  const std::shared_ptr<const VXDesktopEntry>& entry);
     VXIconThemeLookup& iconTheme();
 
     VXSystemInfoBackEnds backEnds_;
@@ -102,5 +106,6 @@ private:
     std::once_flag iconThemeOnce_;
     std::unique_ptr<VXIconThemeLookup> iconTheme_;
     ProcessArray applications_;
+    VXRenderedImageCache renderedImages_;
     VXSystemSnapshot snapshot_;
 };

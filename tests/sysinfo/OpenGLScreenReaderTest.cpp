@@ -30,7 +30,7 @@ TEST(OpenGLScreenReaderTest, create_noScreen_returnsNull) {
     EXPECT_EQ(OpenGLScreenReader::create(nullptr), nullptr);
 }
 
-TEST(OpenGLScreenReaderTest, create_aimsAtTheMainScreen) {
+TEST(OpenGLScreenReaderTest, create_withScreen_aimsAtTheMainScreen) {
     auto grabber = std::make_shared<FakeScreenGrabber>(3200, 1080, VXPixelRect{1920, 0, 1280, 1024});
     auto reader = OpenGLScreenReader::create(grabber);
     ASSERT_NE(reader, nullptr);

@@ -63,7 +63,7 @@ TEST(VXDesktopEntryTest, parse_fields_readFromMainGroupOnly) {
     EXPECT_TRUE(entry->isListedApplication());
 }
 
-TEST(VXDesktopEntryTest, isListedApplication_table) {
+TEST(VXDesktopEntryTest, isListedApplication_entryKinds_onlyVisibleApplications) {
     const struct {
         const char* body;
         bool listed;
@@ -133,7 +133,7 @@ TEST(VXDesktopEntryTest, load_fileTooLargeOrMissing_givesNothing) {
     EXPECT_EQ(entry->desktopId(), "small.desktop");
 }
 
-TEST(VXDesktopEntryTest, executableName_table) {
+TEST(VXDesktopEntryTest, executableName_execLines_programBaseName) {
     const struct {
         const char* keys;
         const char* program;

@@ -21,7 +21,7 @@ protected:
     VXIconThemeLookup lookup_{"TestTheme", fixture_.iconDirs()};
 };
 
-TEST_F(VXIconThemeLookupTest, findIcon_table) {
+TEST_F(VXIconThemeLookupTest, findIcon_namesAndSizes_freedesktopLookupOrder) {
     const struct {
         std::vector<std::string> names;
         int size;

@@ -63,7 +63,7 @@ protected:
     std::unique_ptr<VXSystemInfo> info_;
 };
 
-TEST_F(ApplicationsFixture, getInstalledApplications_listsVisibleEntriesSortedByName) {
+TEST_F(ApplicationsFixture, getInstalledApplications_fixtureTree_visibleEntriesSortedByName) {
     const auto applications = info_->getInstalledApplications();
     EXPECT_EQ(names(applications),
               (std::vector<std::string>{"alpha tool", "my Calc", "Text Editor", "Viewer", "Zed Editor"}));
@@ -138,7 +138,7 @@ TEST_F(ApplicationsFixture, getDockApplications_noSetting_givesNothing) {
     EXPECT_FALSE(noDesktop.getDockApplications());
 }
 
-TEST_F(ApplicationsFixture, getUIElementProcesses_namesFromExecutableTitlesFromDesktopEntries) {
+TEST_F(ApplicationsFixture, getUIElementProcesses_runningPrograms_namesFromExecutableTitlesFromEntries) {
     processes_->setProcesses({
         {4101, "eog", "eog", "Eog", "photo.jpg"},     // StartupWMClass
         {4102, "gedit", "gedit", "Gedit", "notes"},   // last part of a reverse-DNS id
@@ -168,7 +168,7 @@ TEST_F(ApplicationsFixture, getUIElementProcesses_processWithoutName_loggedAndLe
     EXPECT_EQ(log.count("Error: there is no name for process 77"), 1);
 }
 
-TEST_F(ApplicationsFixture, getProcessWithPSN_table) {
+TEST_F(ApplicationsFixture, getProcessWithPSN_serialNumbers_processComputerOrNothing) {
     processes_->setProcesses({{4242, "eog", "eog", "Eog", "photo.jpg"}});
     EXPECT_EQ(info_->getProcessWithPSN(0), nullptr);
     EXPECT_EQ(info_->getProcessWithPSN(0x700000000LL), nullptr); // low word 0
@@ -187,7 +187,7 @@ TEST_F(ApplicationsFixture, getProcessWithPSN_table) {
     EXPECT_EQ(info_->processNameForPid(5), std::nullopt);
 }
 
-TEST(GSettingsDesktopSettingsTest, parseStringArray_table) {
+TEST(GSettingsDesktopSettingsTest, parseStringArray_printedVariants_stringsOrNothing) {
     using Strings = std::vector<std::string>;
     const struct {
         const char* text;
@@ -213,7 +213,7 @@ TEST(GSettingsDesktopSettingsTest, parseStringArray_table) {
     EXPECT_EQ(GSettingsDesktopSettings::parseString("'a' trailing"), std::nullopt);
 }
 
-TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_runsProgramWithArgumentVector) {
+TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_standInProgram_runWithArgumentVector) {
     TempTree tree;
     const std::string arguments = tree.path("arguments");
     const std::string program =
@@ -243,7 +243,7 @@ TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_programFailsOrMissing_give
     }
 }
 
-TEST(ProgramOutputTest, run_table) {
+TEST(ProgramOutputTest, run_programs_outputOnlyOnSuccess) {
     using namespace std::chrono_literals;
     EXPECT_EQ(ProgramOutput::run({"printf", "%s", "a;b $(x) `y`"}), "a;b $(x) `y`"); // no shell
     EXPECT_EQ(ProgramOutput::run({"false"}), std::nullopt);

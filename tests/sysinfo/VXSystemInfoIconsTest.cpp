@@ -95,7 +95,7 @@ protected:
     std::unique_ptr<VXSystemInfo> info_;
 };
 
-TEST_F(VXSystemInfoIconsTest, launcherFolders_eachItsOwnImageAtTheRequestedSize) {
+TEST_F(VXSystemInfoIconsTest, launcherFolders_threeNames_ownImageAtRequestedSize) {
     const QImage applications = iconOf("Applications", -2, 64, 64);
     const QImage applicationsLower = iconOf("applications", -2, 64, 64);
     const QImage dock = iconOf("DOCK", -2, 64, 64);
@@ -113,7 +113,7 @@ TEST_F(VXSystemInfoIconsTest, launcherFolders_eachItsOwnImageAtTheRequestedSize)
     EXPECT_EQ(iconOf("Dock", -2, 128, 32).size(), QSize(128, 32));
 }
 
-TEST_F(VXSystemInfoIconsTest, computer_themeIcon) {
+TEST_F(VXSystemInfoIconsTest, computer_testTheme_rendersComputerIcon) {
     const QImage computer = iconOf("Mac", -1, 48, 48);
     ASSERT_FALSE(computer.isNull());
     EXPECT_EQ(centre(computer), QColor(Qt::cyan));
@@ -154,7 +154,7 @@ TEST_F(VXSystemInfoIconsTest, application_brokenIconFiles_giveNothing) {
     }
 }
 
-TEST_F(VXSystemInfoIconsTest, runningProcess_windowIconElseItsApplicationIcon) {
+TEST_F(VXSystemInfoIconsTest, runningProcess_withAndWithoutWindowIcon_windowIconElseApplicationIcon) {
     processes_->setProcesses({{501, "one", "oneapp", "OneApp", "w"}, {502, "other", "x", "X", "w"}});
     VXArgbImage icon{2, 2, {0xff00ff00u, 0xff00ff00u, 0xff00ff00u, 0xff00ff00u}};
     processes_->setIcon(502, icon);
@@ -177,7 +177,7 @@ TEST_F(VXSystemInfoIconsTest, iconSize_hostileValues_noImageOrClamped) {
     EXPECT_EQ(iconOf("Applications", -2, 1e12, 20.9).size(), QSize(1024, 20));
 }
 
-TEST_F(VXSystemInfoIconsTest, fileIcon_table_lzwTiffAtRequestedSize) {
+TEST_F(VXSystemInfoIconsTest, fileIcon_pathsAndDir_lzwTiffAtRequestedSize) {
     const struct {
         std::string text;
         std::optional<QColor> centre; // nothing: the folder image

@@ -37,7 +37,7 @@ std::vector<std::string> entries(const VXDirectory& directory) {
     return result;
 }
 
-TEST(VXSystemInfoTest, getSystemVersion_table) {
+TEST(VXSystemInfoTest, getSystemVersion_versionStrings_firstNumericWord) {
     const struct {
         const char* text;
         std::optional<std::string> version;
@@ -74,7 +74,7 @@ TEST(VXSystemInfoTest, operatingSystemVersionString_thisMachine_prettyNameAndKer
     }
 }
 
-TEST(VXSystemInfoTest, getVXHVersion_isTheBuiltVersion) {
+TEST(VXSystemInfoTest, getVXHVersion_built_isProjectVersion) {
     EXPECT_EQ(VXSystemInfo(VXSystemInfoBackEnds{}).getVXHVersion(), "3.0.0");
 }
 
@@ -115,7 +115,7 @@ TEST_F(DirectoryTest, getDirectoryAtPath_empty_listsHomeWithTrailingSlash) {
     EXPECT_EQ(entries(*home), (std::vector<std::string>{"Documents/"}));
 }
 
-TEST_F(DirectoryTest, getDirectoryAtPath_absoluteAndOddPaths) {
+TEST_F(DirectoryTest, getDirectoryAtPath_absoluteAndOddPaths_listedOrNothing) {
     const auto photos = info_->getDirectoryAtPath(tree_.path("Documents/Photos"));
     ASSERT_NE(photos, nullptr);
     EXPECT_EQ(entries(*photos), (std::vector<std::string>{"cat.jpg"}));
@@ -142,7 +142,7 @@ TEST_F(DirectoryTest, getDirectoryAtPath_unreadableFolder_givesNothing) {
     chmod(locked.c_str(), 0700);
 }
 
-TEST(VXSystemInfoTest, volumeAndBrightness_noBackEnds_neutral) {
+TEST(VXSystemInfoTest, everyQuery_noBackEnds_neutralResults) {
     VXSystemInfo info(VXSystemInfoBackEnds{});
     EXPECT_EQ(info.getVolume(), 0.0f);
     EXPECT_EQ(info.getBrightness(), -1.0f);
@@ -153,7 +153,7 @@ TEST(VXSystemInfoTest, volumeAndBrightness_noBackEnds_neutral) {
     EXPECT_EQ(info.screen(), nullptr);
 }
 
-TEST(VXSystemInfoTest, shared_sameInstanceWithPlatformBackEnds) {
+TEST(VXSystemInfoTest, shared_askedTwice_sameInstanceWithPlatformBackEnds) {
     const auto first = VXSystemInfo::shared();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first, VXSystemInfo::shared());

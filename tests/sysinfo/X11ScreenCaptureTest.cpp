@@ -171,7 +171,7 @@ TEST(VXJPEGEncoderTest, encode_emptyOrInconsistentImage_givesNothing) {
     EXPECT_FALSE(encoder.encode(fine, 500).empty()); // quality clamped
 }
 
-TEST_F(X11ScreenCaptureTest, mainScreenAndPointer_privateServer) {
+TEST_F(X11ScreenCaptureTest, mainScreenAndPointer_privateServer_matchItsScreen) {
     EXPECT_TRUE(grabber_->canCaptureRect());
     EXPECT_EQ(grabber_->mainScreenFrame(), (VXPixelRect{0, 0, 1280, 800}));
     EXPECT_EQ(grabber_->screenBounds(), (VXPixelRect{0, 0, 1280, 800}));

@@ -1,0 +1,325 @@
+// Figures of the system information: a whole-screen screenshot (capture and JPEG) against ImageMagick's
+// import on the same screen, the list of processes with 50 windows, the applications list over 300
+// desktop entries, and a 64x64 application icon. Runs its own X server; prints medians.
+//   sysinfo_bench [repetitions]
+#include "protocol/VXProcess.h"
+#include "support/XvfbProcess.h"
+#include "sysinfo/VXJPEGEncoder.h"
+#include "sysinfo/VXSystemInfo.h"
+#include "sysinfo/linux/QtImageRenderer.h"
+#include "sysinfo/linux/QtMimeTypes.h"
+#include "sysinfo/linux/X11ProcessSource.h"
+#include "sysinfo/linux/X11ScreenGrabber.h"
+
+#include <QFont>
+#include <QGuiApplication>
+#include <QImage>
+#include <QLinearGradient>
+#include <QPainter>
+#include <QRadialGradient>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double medianMilliseconds(int repetitions, const std::function<void()>& work) {
+    std::vector<double> times;
+    for (int i = 0; i < repetitions; ++i) {
+        const auto start = Clock::now();
+        work();
+        times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+    }
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+// Something like a desktop: a gradient wallpaper, windows with title bars, text, icons and shapes.
+QImage desktopImage(int width, int height) {
+    QImage image(width, height, QImage::Format_RGB32);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QLinearGradient wallpaper(0, 0, width, height);
+    wallpaper.setColorAt(0, QColor(0x1e, 0x3c, 0x72));
+    wallpaper.setColorAt(0.5, QColor(0x6a, 0x30, 0x93));
+    wallpaper.setColorAt(1, QColor(0xd0, 0x60, 0x40));
+    painter.fillRect(image.rect(), wallpaper);
+    painter.fillRect(0, 0, width, 32, QColor(0x20, 0x20, 0x20));
+    QFont font(QStringLiteral("Sans"), 11);
+    painter.setFont(font);
+    for (int i = 0; i < 12; ++i) {
+        QRadialGradient glow(120 + i * 150, 900 - (i % 4) * 120, 80);
+        glow.setColorAt(0, QColor::fromHsv(i * 30, 200, 255, 200));
+        glow.setColorAt(1, QColor(0, 0, 0, 0));
+        painter.setBrush(glow);
+        painter.setPen(Qt::NoPen);
+        painter.drawEllipse(QPointF(120 + i * 150, 900 - (i % 4) * 120), 80, 80);
+    }
+    const QRect windows[] = {{80, 80, 900, 620}, {620, 260, 1000, 560}, {1300, 120, 520, 420}};
+    for (int w = 0; w < 3; ++w) {
+        const QRect frame = windows[w];
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor(0, 0, 0, 60));
+        painter.drawRoundedRect(frame.translated(6, 8), 8, 8);
+        painter.setBrush(QColor(0xf6, 0xf5, 0xf4));
+        painter.drawRoundedRect(frame, 8, 8);
+        painter.setBrush(QColor(0xde, 0xdd, 0xda));
+        painter.drawRoundedRect(QRect(frame.x(), frame.y(), frame.width(), 36), 8, 8);
+        painter.setPen(QColor(0x24, 0x1f, 0x31));
+        painter.drawText(frame.x() + 16, frame.y() + 24, QStringLiteral("Document %1 — Editor").arg(w + 1));
+        for (int line = 0; line < (frame.height() - 60) / 18; ++line) {
+            painter.setPen(QColor::fromHsv((line * 40 + w * 90) % 360, line % 3 == 0 ? 180 : 0, 60));
+            painter.drawText(frame.x() + 16, frame.y() + 60 + line * 18,
+                             QStringLiteral("%1  int value_%2 = compute(%3, \"text %4\"); // comment")
+                                 .arg(line + 1)
+                                 .arg(line * 7)
+                                 .arg(line * 13 % 97)
+                                 .arg(w));
+        }
+    }
+    for (int i = 0; i < 40; ++i) {
+        painter.setBrush(QColor::fromHsv((i * 47) % 360, 160, 220));
+        painter.setPen(Qt::NoPen);
+        painter.drawRoundedRect(QRect(8 + (i % 20) * 40, 4 + (i / 20) * 14, 24, 10), 3, 3);
+    }
+    return image;
+}
+
+// Puts an image on the root window of `display`.
+bool paintRoot(const std::string& displayName, const QImage& image) {
+    Display* dpy = XOpenDisplay(displayName.c_str());
+    if (dpy == nullptr) {
+        return false;
+    }
+    XImage* ximage = XCreateImage(dpy, DefaultVisual(dpy, DefaultScreen(dpy)), 24, ZPixmap, 0,
+                                  const_cast<char*>(reinterpret_cast<const char*>(image.constBits())),
+                                  static_cast<unsigned>(image.width()), static_cast<unsigned>(image.height()),
+                                  32, static_cast<int>(image.bytesPerLine()));
+    GC gc = XCreateGC(dpy, DefaultRootWindow(dpy), 0, nullptr);
+    XPutImage(dpy, DefaultRootWindow(dpy), gc, ximage, 0, 0, 0, 0, static_cast<unsigned>(image.width()),
+              static_cast<unsigned>(image.height()));
+    XSync(dpy, False);
+    ximage->data = nullptr;
+    XDestroyImage(ximage);
+    XFreeGC(dpy, gc);
+    XCloseDisplay(dpy);
+    return true;
+}
+
+int runCommand(std::vector<std::string> arguments, const std::string& display) {
+    std::vector<char*> argv;
+    for (auto& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> environment;
+    for (char** e = environ; *e != nullptr; ++e) {
+        if (!std::string(*e).starts_with("DISPLAY=")) {
+            environment.emplace_back(*e);
+        }
+    }
+    environment.push_back("DISPLAY=" + display);
+    std::vector<char*> envp;
+    for (auto& entry : environment) {
+        envp.push_back(entry.data());
+    }
+    envp.push_back(nullptr);
+    pid_t pid = -1;
+    if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), envp.data()) != 0) {
+        return -1;
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void benchScreenshot(int repetitions) {
+    XvfbProcess xvfb;
+    if (!xvfb.start(1920, 1080) || !paintRoot(xvfb.name(), desktopImage(1920, 1080))) {
+        std::printf("screenshot: no X server, skipped\n");
+        return;
+    }
+    X11ScreenGrabber grabber(xvfb.name());
+    VXJPEGEncoder encoder;
+    VXPixelBuffer image;
+    std::size_t jpegSize = 0;
+    const double ours = medianMilliseconds(repetitions, [&] {
+        grabber.captureRect({0, 0, 1920, 1080}, image);
+        jpegSize = encoder.encode(image, VXJPEGEncoder::screenshotQuality).size();
+    });
+    const double captureOnly = medianMilliseconds(repetitions, [&] {
+        grabber.captureRect({0, 0, 1920, 1080}, image);
+    });
+    const std::string output =
+        std::filesystem::temp_directory_path() / ("vxh-bench-" + std::to_string(getpid()) + ".jpg");
+    int importStatus = 0;
+    const double import = medianMilliseconds(std::max(3, repetitions / 5), [&] {
+        importStatus = runCommand({"import", "-window", "root", "-quality", "10", output}, xvfb.name());
+    });
+    std::error_code error;
+    const auto importSize = std::filesystem::file_size(output, error);
+    std::filesystem::remove(output, error);
+    std::printf(
+        "screenshot 1920x1080 capture+JPEG q10: median %.2f ms (capture alone %.2f ms), %zu bytes, shm %s\n",
+        ours, captureOnly, jpegSize, grabber.lastCaptureUsedSharedMemory() ? "yes" : "no");
+    if (importStatus == 0) {
+        std::printf("import -window root -quality 10: median %.1f ms, %llu bytes; ratio %.1fx (goal >= 8x)\n",
+                    import, static_cast<unsigned long long>(importSize), import / ours);
+    } else {
+        std::printf("import: not available (status %d)\n", importStatus);
+    }
+}
+
+class Children {
+public:
+    ~Children() {
+        for (pid_t pid : pids_) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+    }
+    pid_t sleeper() {
+        char program[] = "sleep";
+        char seconds[] = "600";
+        char* argv[] = {program, seconds, nullptr};
+        pid_t pid = -1;
+        if (posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) == 0) {
+            pids_.push_back(pid);
+        }
+        return pid;
+    }
+
+private:
+    std::vector<pid_t> pids_;
+};
+
+void benchProcessList(int repetitions) {
+    XvfbProcess xvfb;
+    if (!xvfb.start(1920, 1080) || !xvfb.startWindowManager()) {
+        std::printf("processList: no X server or window manager, skipped\n");
+        return;
+    }
+    Children children;
+    Display* dpy = XOpenDisplay(xvfb.name().c_str());
+    for (int i = 0; i < 50; ++i) {
+        const Window window =
+            XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 10 + i * 5, 10 + i * 5, 300, 200, 0, 0, 0);
+        const std::string name = "app" + std::to_string(i);
+        XStoreName(dpy, window, ("Window " + std::to_string(i)).c_str());
+        XClassHint hint{const_cast<char*>(name.c_str()), const_cast<char*>(name.c_str())};
+        XSetClassHint(dpy, window, &hint);
+        const long pid = children.sleeper();
+        XChangeProperty(dpy, window, XInternAtom(dpy, "_NET_WM_PID", False), XA_CARDINAL, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(&pid), 1);
+        XMapWindow(dpy, window);
+    }
+    XSync(dpy, False);
+
+    VXSystemInfoBackEnds backEnds;
+    backEnds.processes = std::make_shared<X11ProcessSource>(xvfb.name());
+    VXSystemInfo info(std::move(backEnds));
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (info.getUIElementProcesses().size() < 50 && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    std::size_t count = 0;
+    const double median =
+        medianMilliseconds(repetitions, [&] { count = info.getUIElementProcesses().size(); });
+    X11ProcessSource windows(xvfb.name());
+    const double windowList = medianMilliseconds(repetitions, [&] { windows.uiProcesses(); });
+    std::printf(
+        "processList UIElement with 50 windows: median %.3f ms (the X11 window list alone %.3f ms), %zu "
+        "processes (goal <= 2 ms)\n",
+        median, windowList, count);
+    XCloseDisplay(dpy);
+}
+
+void benchApplications(int repetitions) {
+    char pattern[] = "/tmp/vxh-bench-apps-XXXXXX";
+    const std::string root = mkdtemp(pattern);
+    for (int i = 0; i < 300; ++i) {
+        const std::string folder = root + (i % 3 == 0 ? "/applications/sub" : "/applications");
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder + "/app" + std::to_string(i) + ".desktop")
+            << "[Desktop Entry]\nType=Application\nName=Application " << (i * 7919 % 300)
+            << "\nName[de]=Anwendung " << i << "\nName[fr]=Application " << i
+            << "\nComment=Does thing number " << i << "\nExec=/usr/bin/app" << i << " %U\nIcon=app" << i
+            << "\nCategories=Utility;\n"
+            << "Keywords=one;two;three;\n\n[Desktop Action new]\nName=New\nExec=app" << i << " --new\n";
+    }
+    VXSystemInfoBackEnds backEnds;
+    backEnds.dataDirs = {root};
+    VXSystemInfo info(std::move(backEnds));
+    const auto start = Clock::now();
+    const std::size_t first = info.getInstalledApplications().size();
+    const double cold = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    const double warm = medianMilliseconds(repetitions, [&] { info.getInstalledApplications(); });
+    std::printf("appList over 300 desktop entries: first scan %.2f ms, then median %.3f ms, %zu applications "
+                "(goal <= 20 ms)\n",
+                cold, warm, first);
+    std::filesystem::remove_all(root);
+}
+
+void benchIcon(int repetitions) {
+    char pattern[] = "/tmp/vxh-bench-icon-XXXXXX";
+    const std::string root = mkdtemp(pattern);
+    const struct {
+        const char* icon;
+        const char* what;
+    } icons[] = {{"utilities-terminal", "installed theme"}, {"computer", "installed theme"}};
+    for (const auto& icon : icons) {
+        const std::string entry = root + "/applications/" + icon.icon + ".desktop";
+        std::filesystem::create_directories(root + "/applications");
+        std::ofstream(entry) << "[Desktop Entry]\nType=Application\nName=" << icon.icon
+                             << "\nIcon=" << icon.icon << "\n";
+        VXSystemInfoBackEnds backEnds;
+        backEnds.images = std::make_shared<QtImageRenderer>();
+        backEnds.mimeTypes = std::make_shared<QtMimeTypes>();
+        VXSystemInfo info(std::move(backEnds));
+        VXProcess process(std::string(icon.icon), 0);
+        process.setPath(entry);
+        const auto start = Clock::now();
+        const auto png = info.getDataOfIconForProcessSize(process, 64, 64);
+        const double first = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        const double median =
+            medianMilliseconds(repetitions, [&] { info.getDataOfIconForProcessSize(process, 64, 64); });
+        std::printf(
+            "application icon 64x64 \"%s\" (%s): first %.2f ms (theme indexed), then median %.3f ms, %zu "
+            "bytes (goal <= 5 ms)\n",
+            icon.icon, icon.what, first, median, png ? png->size() : 0);
+    }
+    std::filesystem::remove_all(root);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const int repetitions = argc > 1 ? std::max(3, std::atoi(argv[1])) : 30;
+    // Text on the painted desktop needs Qt's fonts, which need an application object.
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    QGuiApplication application(argc, argv);
+    benchScreenshot(repetitions);
+    benchProcessList(repetitions);
+    benchApplications(repetitions);
+    benchIcon(repetitions);
+    return 0;
+}
