@@ -9,6 +9,29 @@ PZDictionary& PZDictionary::operator=(const PZDictionary& other) = default;
 PZDictionary& PZDictionary::operator=(PZDictionary&& other) noexcept = default;
 PZDictionary::~PZDictionary() = default;
 
+PZDictionary PZDictionary::fromParallelArrays(std::vector<std::string>&& keys,
+                                              std::vector<PZValue>&& values) {
+    PZDictionary dictionary;
+    bool duplicates = false;
+    for (std::size_t i = 1; i < keys.size() && !duplicates; ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            if (keys[i] == keys[j]) {
+                duplicates = true;
+                break;
+            }
+        }
+    }
+    if (!duplicates) {
+        dictionary.keys_ = std::move(keys);
+        dictionary.values_ = std::move(values);
+        return dictionary;
+    }
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        dictionary.set(std::move(keys[i]), std::move(values[i]));
+    }
+    return dictionary;
+}
+
 const PZValue& PZDictionary::valueAt(std::size_t i) const {
     return values_[i];
 }

@@ -18,6 +18,9 @@ public:
     PZDictionary& operator=(PZDictionary&& other) noexcept;
     ~PZDictionary();
 
+    // The dictionary of keys[i] -> values[i] (same sizes); a later duplicate key overwrites an earlier one.
+    static PZDictionary fromParallelArrays(std::vector<std::string>&& keys, std::vector<PZValue>&& values);
+
     // Number of entries.
     std::size_t size() const noexcept { return keys_.size(); }
     // True when the dictionary holds no entry.

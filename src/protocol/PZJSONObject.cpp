@@ -16,11 +16,15 @@ void PZJSONObject::addField(std::string key) {
 }
 
 void PZJSONObject::addValueToLastField(std::optional<PZValue> value) {
+    addValueToLastField(value ? std::move(*value) : PZValue());
+}
+
+void PZJSONObject::addValueToLastField(PZValue&& value) {
     if (fields_.size() != values_.size() + 1) {
         PZLog("PZJSONObject error: there isn't field to add value");
         return;
     }
-    values_.push_back(value ? std::move(*value) : PZValue());
+    values_.push_back(std::move(value));
 }
 
 const PZValue* PZJSONObject::getValueForField(std::string_view key) const {
@@ -47,10 +51,7 @@ std::optional<PZDictionary> PZJSONObject::takeDictionary() {
     if (fields_.size() != values_.size()) {
         return std::nullopt;
     }
-    PZDictionary dictionary;
-    for (std::size_t i = 0; i < fields_.size(); ++i) {
-        dictionary.set(std::move(fields_[i]), std::move(values_[i]));
-    }
+    PZDictionary dictionary = PZDictionary::fromParallelArrays(std::move(fields_), std::move(values_));
     fields_.clear();
     values_.clear();
     return dictionary;

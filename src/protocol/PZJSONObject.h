@@ -18,6 +18,8 @@ public:
     // Gives the pending key its value (the null marker when absent); logged and dropped without a pending
     // key.
     void addValueToLastField(std::optional<PZValue> value);
+    // Gives the pending key its value; logged and dropped without a pending key.
+    void addValueToLastField(PZValue&& value);
     // The value of the first key equal to key; null when missing or still without value.
     const PZValue* getValueForField(std::string_view key) const;
     // The dictionary (later duplicate keys overwrite earlier ones); nothing while a key has no value.

@@ -120,7 +120,11 @@ std::optional<PZValue> PZJSONTree::setEndOfLastObject() {
     PZJSONTreeElement& parent = objects_.back();
     switch (parent.index()) {
     case 0:
-        std::get<0>(parent).addValueToLastField(std::move(value));
+        if (value) {
+            std::get<0>(parent).addValueToLastField(std::move(*value));
+        } else {
+            std::get<0>(parent).addValueToLastField(PZValue());
+        }
         break;
     case 1:
         if (value) {

@@ -11,14 +11,22 @@ void PZJSONValue::decodeWithRawdecoding() {
 }
 
 std::optional<PZValue> PZJSONValue::getValue() const {
-    if (string_ == "null") {
-        return PZValue();
-    }
-    if (string_ == "true") {
-        return PZValue(true);
-    }
-    if (string_ == "false") {
-        return PZValue(false);
+    switch (string_.size()) {
+    case 4:
+        if (string_ == "null") {
+            return PZValue();
+        }
+        if (string_ == "true") {
+            return PZValue(true);
+        }
+        break;
+    case 5:
+        if (string_ == "false") {
+            return PZValue(false);
+        }
+        break;
+    default:
+        break;
     }
     const auto points = std::count(string_.begin(), string_.end(), '.');
     if (points >= 2) {

@@ -76,6 +76,35 @@ double PZNumberText::doubleValue(std::string_view text) {
     if (text[start] == '+') {
         ++start;
     }
+    // Fast path for the usual short decimal ("12", "-2.500000"): a mantissa below 2^53 divided by an
+    // exact power of ten is correctly rounded, so it equals what the general reader gives.
+    {
+        static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                             1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                             1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+        std::size_t k = i;
+        std::uint64_t mantissa = 0;
+        int digits = 0;
+        int decimals = 0;
+        bool point = false;
+        for (; k < text.size(); ++k) {
+            const char c = text[k];
+            if (c >= '0' && c <= '9') {
+                mantissa = mantissa * 10 + static_cast<std::uint64_t>(c - '0');
+                digits += (mantissa != 0) ? 1 : 0;
+                decimals += point ? 1 : 0;
+            } else if (c == '.' && !point) {
+                point = true;
+            } else {
+                break;
+            }
+        }
+        const bool exponent = k < text.size() && (text[k] == 'e' || text[k] == 'E');
+        if (!exponent && digits <= 15 && decimals <= 22 && (k > i + 1 || text[i] != '.')) {
+            const double value = static_cast<double>(mantissa) / kPowers[decimals];
+            return text[start] == '-' ? -value : value;
+        }
+    }
     double value = 0;
     const char* first = text.data() + start;
     const char* last = text.data() + text.size();

@@ -1,5 +1,6 @@
 #include "protocol/PZStringEncoding.h"
 
+#include <array>
 #include <cstdint>
 
 namespace {
@@ -85,17 +86,24 @@ void appendUTF8(std::string& out, char32_t cp) {
     }
 }
 
+// Hexadecimal digit values, -1 for other bytes.
+constexpr std::array<std::int8_t, 256> kHexValues = [] {
+    std::array<std::int8_t, 256> table{};
+    for (int c = 0; c < 256; ++c) {
+        table[c] = -1;
+    }
+    for (int c = '0'; c <= '9'; ++c) {
+        table[c] = static_cast<std::int8_t>(c - '0');
+    }
+    for (int c = 'a'; c <= 'f'; ++c) {
+        table[c] = static_cast<std::int8_t>(c - 'a' + 10);
+        table[c - 'a' + 'A'] = static_cast<std::int8_t>(c - 'a' + 10);
+    }
+    return table;
+}();
+
 int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
+    return kHexValues[static_cast<unsigned char>(c)];
 }
 
 } // namespace
@@ -126,6 +134,7 @@ void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& ou
     if (pos == std::string_view::npos) {
         return;
     }
+    out.reserve(out.size() + text.size() / 3 + 1);
     // A high surrogate waits for the unit that follows it.
     std::uint32_t pendingHigh = 0;
     bool hasPending = false;
@@ -141,7 +150,9 @@ void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& ou
             ++pos;
         }
         const bool low = unit >= 0xDC00 && unit <= 0xDFFF;
-        if (hasPending && low) {
+        if (unit < 0x80 && !hasPending) {
+            out.push_back(static_cast<char>(unit));
+        } else if (hasPending && low) {
             appendUTF8(out, 0x10000 + ((pendingHigh - 0xD800) << 10) + (unit - 0xDC00));
             hasPending = false;
         } else {
@@ -157,6 +168,10 @@ void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& ou
             }
         }
         // Trailing characters of the piece are ignored.
+        if (pos < text.size() && text[pos] == '%') {
+            ++pos;
+            continue;
+        }
         const std::size_t next = text.find('%', pos);
         if (next == std::string_view::npos) {
             break;

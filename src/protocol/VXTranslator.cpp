@@ -45,12 +45,6 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return true;
 }
 
-// The integer value of a number member, or 0 when it is missing or not a number.
-std::int64_t integerMember(const PZDictionary& dictionary, std::string_view key) {
-    const double* number = dictionary.findNumber(key);
-    return number ? PZNumberText::integerValue(*number) : 0;
-}
-
 // The integer value of an XML attribute (its leading digits), 0 when missing.
 std::int32_t intAttribute(const PZDictionary& arguments, std::string_view key) {
     const std::string* text = arguments.findString(key);
@@ -317,7 +311,9 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
                 i = end;
             }
             if (i < length) {
-                jsonTree_.addFieldToLastObject(currentField_);
+                currentFieldIsStream_ = currentField_ == "stream";
+                jsonTree_.addFieldToLastObject(std::move(currentField_));
+                currentField_.clear();
                 jsonParsingState_ = 5;
                 ++i;
             }
@@ -327,7 +323,7 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
             if (c == ':') {
                 jsonParsingState_ = 0;
                 ++i;
-                if (currentField_ == "stream") {
+                if (currentFieldIsStream_) {
                     PZLog("STREAMMMMM");
                     prepareForStream();
                 }
@@ -793,32 +789,77 @@ std::shared_ptr<VXRequest> VXTranslator::makeRequestDictionary(const PZDictionar
 }
 
 std::shared_ptr<VXCommand> VXTranslator::makeCommandWithDictionary(const PZDictionary& dictionary) const {
-    const std::string* type = dictionary.findString("type");
-    if (!type) {
+    // One pass over the members (commands arrive many times a second).
+    const PZValue* type = nullptr;
+    const PZValue* pid = nullptr;
+    const PZValue* touch = nullptr;
+    const PZValue* fingers = nullptr;
+    const PZValue* tapCount = nullptr;
+    const PZValue* rotation = nullptr;
+    const PZValue* zoom = nullptr;
+    const PZValue* shift = nullptr;
+    const PZValue* processName = nullptr;
+    const PZValue* instruction = nullptr;
+    for (std::size_t i = 0; i < dictionary.size(); ++i) {
+        const std::string& key = dictionary.keyAt(i);
+        const PZValue* value = &dictionary.valueAt(i);
+        if (key == "type") {
+            type = value;
+        } else if (key == "pid") {
+            pid = value;
+        } else if (key == "touch") {
+            touch = value;
+        } else if (key == "fingers") {
+            fingers = value;
+        } else if (key == "tapCount") {
+            tapCount = value;
+        } else if (key == "shift") {
+            shift = value;
+        } else if (key == "rotation") {
+            rotation = value;
+        } else if (key == "zoom") {
+            zoom = value;
+        } else if (key == "processName") {
+            processName = value;
+        } else if (key == "instruction") {
+            instruction = value;
+        }
+    }
+    const std::string* typeText = type ? type->asString() : nullptr;
+    if (!typeText) {
         return nullptr;
     }
-    const std::int64_t pid = integerMember(dictionary, "pid");
-    if (equalsIgnoringCase(*type, "trackpad")) {
+    const auto integer = [](const PZValue* value) -> std::int64_t {
+        const double* number = value ? value->asNumber() : nullptr;
+        return number ? PZNumberText::integerValue(*number) : 0;
+    };
+    const std::int64_t processId = integer(pid);
+    if (equalsIgnoringCase(*typeText, "trackpad")) {
         auto command = std::make_shared<VXTrackpadCommand>();
-        command->setProcess(VXProcess(std::nullopt, pid));
-        command->setTouchState(static_cast<std::int32_t>(integerMember(dictionary, "touch")));
-        command->setFingers(static_cast<std::int16_t>(integerMember(dictionary, "fingers")));
-        command->setTapCount(static_cast<std::int16_t>(integerMember(dictionary, "tapCount")));
-        command->setRotation(static_cast<std::int16_t>(integerMember(dictionary, "rotation")));
-        command->setZoom(static_cast<std::int16_t>(integerMember(dictionary, "zoom")));
-        if (const PZDictionary* shift = dictionary.findDictionary("shift")) {
-            const double* x = shift->findNumber("x");
-            const double* y = shift->findNumber("y");
+        command->setProcess(VXProcess(std::nullopt, processId));
+        command->setTouchState(static_cast<std::int32_t>(integer(touch)));
+        command->setFingers(static_cast<std::int16_t>(integer(fingers)));
+        command->setTapCount(static_cast<std::int16_t>(integer(tapCount)));
+        command->setRotation(static_cast<std::int16_t>(integer(rotation)));
+        command->setZoom(static_cast<std::int16_t>(integer(zoom)));
+        if (const PZDictionary* offset = shift ? shift->asDictionary() : nullptr) {
+            const double* x = offset->findNumber("x");
+            const double* y = offset->findNumber("y");
             command->setShift({x ? singlePrecision(*x) : 0.0, y ? singlePrecision(*y) : 0.0});
         }
         return command;
     }
-    std::optional<std::string> name = stringMember(dictionary, "processName");
-    if (!name) {
-        name = lookup_->processNameForPid(pid);
+    std::optional<std::string> name;
+    if (const std::string* text = processName ? processName->asString() : nullptr) {
+        name = *text;
+    } else {
+        name = lookup_->processNameForPid(processId);
     }
-    return std::make_shared<VXCommand>(*type, VXProcess(std::move(name), pid),
-                                       stringMember(dictionary, "instruction"));
+    std::optional<std::string> operand;
+    if (const std::string* text = instruction ? instruction->asString() : nullptr) {
+        operand = *text;
+    }
+    return std::make_shared<VXCommand>(*typeText, VXProcess(std::move(name), processId), std::move(operand));
 }
 
 std::shared_ptr<VXInfo> VXTranslator::makeInfoWithDictionary(const PZDictionary& dictionary) const {

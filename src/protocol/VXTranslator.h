@@ -119,6 +119,8 @@ private:
     PZJSONTree jsonTree_;
     std::uint16_t jsonParsingState_ = 0;
     std::string currentField_;
+    // Whether the last key read (moved into the tree) was "stream".
+    bool currentFieldIsStream_ = false;
 
     // Stream state, shared by both forms.
     std::optional<std::string> streamPath_;

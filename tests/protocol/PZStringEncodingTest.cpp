@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <clocale>
 #include <random>
 #include <string>
@@ -123,6 +124,31 @@ TEST(PZNumberText, doubleValue_table_readsTheLeadingNumber) {
     };
     for (const auto& c : cases) {
         EXPECT_EQ(PZNumberText::doubleValue(c.text), c.value) << c.text;
+    }
+}
+
+TEST(PZNumberText, doubleValue_randomDecimals_matchTheGeneralReader) {
+    std::mt19937_64 random(7);
+    for (int round = 0; round < 200000; ++round) {
+        std::string text = (random() % 2) ? "-" : "";
+        const int whole = static_cast<int>(random() % 12);
+        for (int i = 0; i < whole; ++i) {
+            text += static_cast<char>('0' + random() % 10);
+        }
+        if (random() % 3) {
+            text += '.';
+            const int fraction = static_cast<int>(random() % 26);
+            for (int i = 0; i < fraction; ++i) {
+                text += static_cast<char>('0' + random() % 10);
+            }
+        }
+        double expected = 0;
+        const char* first = text.data();
+        const auto result = std::from_chars(first, text.data() + text.size(), expected);
+        if (result.ec != std::errc()) {
+            expected = 0;
+        }
+        ASSERT_EQ(PZNumberText::doubleValue(text), expected) << text;
     }
 }
 
