@@ -164,3 +164,19 @@ TEST(PZBrightnessControlTest, setBrightness_writeRefused_reportsAndGoesOn) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(PZBrightnessControlTest, setBrightness_defaultWriterWhereLogindIsAbsent_writesTheFile) {
+    // This machine runs no logind (a system bus may run or not): the sysfs file is written instead.
+    if (std::system("busctl --system status org.freedesktop.login1 >/dev/null 2>&1") == 0) {
+        GTEST_SKIP() << "logind runs here: it would be asked to change a real backlight";
+    }
+    FakeSysfs sysfs;
+    sysfs.addDisplay("panel", "raw", "10", "100");
+    PZBrightnessControl control(std::make_shared<SysfsBacklight>(sysfs.root()));
+    control.setBrightness(0.3f);
+    EXPECT_EQ(sysfs.read("panel", "brightness"), "30");
+}
+
+} // namespace
