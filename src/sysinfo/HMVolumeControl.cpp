@@ -44,8 +44,12 @@ std::uint32_t HMVolumeControl::defaultOutputDeviceID() {
 float HMVolumeControl::volume() {
     const std::uint32_t device = defaultOutputDeviceID();
     if (device == 0) {
+        if (!readAbsenceLogged_.exchange(true)) {
+            PZLog("Unknown device");
+        }
         return 0.0f;
     }
+    readAbsenceLogged_.store(false);
     const std::optional<float> value = output_->volume(device);
     if (!value) {
         PZLog("No volume returned for device " + hexDevice(device));

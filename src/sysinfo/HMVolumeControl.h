@@ -24,4 +24,5 @@ public:
 private:
     std::shared_ptr<VXAudioOutput> output_;
     std::atomic<bool> absenceLogged_{false};
+    std::atomic<bool> readAbsenceLogged_{false};
 };

@@ -78,6 +78,7 @@ TEST_F(HMVolumeControlTest, defaultOutputDeviceID_absentDevice_logsOncePerAbsenc
         EXPECT_EQ(control_.volume(), 0.0f);
     }
     EXPECT_EQ(log_.count("Cannot find default output device!"), 1);
+    EXPECT_EQ(log_.count("Unknown device"), 1);
 
     output_->change([](auto& s) { s.device = 7; });
     EXPECT_EQ(control_.defaultOutputDeviceID(), 7u);
