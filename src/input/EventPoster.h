@@ -25,7 +25,8 @@ public:
     // Scrolls one step per non-zero axis where the pointer is: `vertical` +1 up, -1 down;
     // `horizontal` +1 left, -1 right.
     virtual int postScroll(int vertical, int horizontal) = 0;
-    // Presses or releases the key with this evdev code.
+    // Presses or releases the key with this evdev code. A press may be held back and sent together
+    // with the next key release or other event (every press the input code makes is released).
     virtual int postKey(int evdevCode, bool down) = 0;
 
     // The pointer's position in root-window coordinates; nothing when it cannot be read.

@@ -1,5 +1,6 @@
 #include "input/InputText.h"
 
+#include <algorithm>
 #include <charconv>
 #include <clocale>
 #include <cwctype>
@@ -127,6 +128,19 @@ std::string InputText::lowercase(std::string_view text) {
 }
 
 bool InputText::equalsIgnoringCase(std::string_view a, std::string_view b) {
+    // ASCII text (every key name) is compared in place; other text is lowered first.
+    bool ascii = true;
+    for (char c : a) {
+        ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+    }
+    for (char c : b) {
+        ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+    }
+    if (ascii) {
+        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+                   return asciiLower(x) == asciiLower(y);
+               });
+    }
     return a == b || lowercase(a) == lowercase(b);
 }
 

@@ -64,6 +64,20 @@ constexpr Mark marks[] = {
     {"#4", 55, "command down"},
 };
 
+// Whether lowered text equals an ASCII name in small letters.
+bool sameAsLoweredName(const std::string& lowered, std::string_view name) {
+    if (lowered.size() != name.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const char c = name[i];
+        if (lowered[i] != ((c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // The temporary keys are given back this long after their use, once the receiving programs have read
 // the changed mapping and the key.
 constexpr auto temporaryKeyLifetime = std::chrono::milliseconds(300);
@@ -118,37 +132,59 @@ bool PZKeyboard::isNumpadKeyCleaned(const std::string& key, std::string& cleaned
     return true;
 }
 
-int PZKeyboard::getIndipendetCode(const std::string& key) {
+std::optional<int> PZKeyboard::findIndependentCode(const std::string& key) {
+    // Lowered once; the names are ASCII, so a lowered key matches a name only byte for byte.
+    const std::string lowered = InputText::lowercase(key);
     for (const Name& entry : independentNames) {
-        if (InputText::equalsIgnoringCase(key, entry.name)) {
+        if (sameAsLoweredName(lowered, entry.name)) {
             return entry.code;
         }
+    }
+    return std::nullopt;
+}
+
+int PZKeyboard::getIndipendetCode(const std::string& key) {
+    if (auto code = findIndependentCode(key)) {
+        return *code;
     }
     throw PZException("PZKeybaord getIndipendetCode:", "code not found");
 }
 
-int PZKeyboard::getCodeFromMapsIsNumpadKeyMap(const std::string& text, bool numpad,
+std::optional<int> PZKeyboard::findCodeInMaps(const std::string& text, bool numpad,
                                               std::shared_ptr<const PZKeyboardMap>* map) const {
     for (const auto& candidate : maps_) {
-        try {
-            const int code = candidate->getKeyCodeForStringNumpad(text, numpad);
+        if (auto code = candidate->findKeyCodeForStringNumpad(text, numpad)) {
             if (map != nullptr) {
                 *map = candidate;
             }
-            return code;
-        } catch (const PZException&) {
-            // the next map
+            return *code;
         }
+    }
+    return std::nullopt;
+}
+
+int PZKeyboard::getCodeFromMapsIsNumpadKeyMap(const std::string& text, bool numpad,
+                                              std::shared_ptr<const PZKeyboardMap>* map) const {
+    if (auto code = findCodeInMaps(text, numpad, map)) {
+        return *code;
     }
     throw PZException("PZKeyboard getCodeFromMaps:", "No key found");
 }
 
-int PZKeyboard::getCodeFromSpecialMapType(const std::string& text, int& kind) {
+std::optional<int> PZKeyboard::findSpecialKey(const std::string& text, int& kind) {
+    const std::string lowered = InputText::lowercase(text);
     for (const Special& entry : specialKeys) {
-        if (InputText::equalsIgnoringCase(text, entry.name)) {
+        if (sameAsLoweredName(lowered, entry.name)) {
             kind = entry.kind;
             return entry.code;
         }
+    }
+    return std::nullopt;
+}
+
+int PZKeyboard::getCodeFromSpecialMapType(const std::string& text, int& kind) {
+    if (auto code = findSpecialKey(text, kind)) {
+        return *code;
     }
     throw PZException("PZKeyboard getCodeFromSpecialMap", "key code not found");
 }
@@ -296,20 +332,15 @@ bool PZKeyboard::simulateToProcessWithMethod(const std::string& instruction,
             key = std::string(1, '\x03');
         }
         numpad = true;
-    } else {
-        try {
-            code = getIndipendetCode(key);
-            found = true;
-        } catch (const PZException&) {
-            // not a layout-independent name
-        }
+    } else if (auto independent = findIndependentCode(key)) {
+        code = *independent;
+        found = true;
     }
 
     if (!found) {
-        try {
-            std::shared_ptr<const PZKeyboardMap> map;
-            code = getCodeFromMapsIsNumpadKeyMap(key, numpad, &map);
-            found = true;
+        std::shared_ptr<const PZKeyboardMap> map;
+        if (auto inMaps = findCodeInMaps(key, numpad, &map)) {
+            code = *inMaps;
             if (!hasModifiers) {
                 mapModifiers = Modifiers{};
                 if (map->modifiers() && !map->modifiers()->empty()) {
@@ -320,14 +351,13 @@ bool PZKeyboard::simulateToProcessWithMethod(const std::string& instruction,
                     }
                 }
             }
-        } catch (const PZException&) {
+        } else {
             if (method != 1) {
                 return false;
             }
-            try {
-                code = getCodeFromSpecialMapType(key, kind);
-                found = true;
-            } catch (const PZException&) {
+            if (auto special = findSpecialKey(key, kind)) {
+                code = *special;
+            } else {
                 // A character that no key of the layout produces: typed through a temporary key.
                 return typeWithTemporaryKey(key, givenMarks, hasModifiers);
             }

@@ -75,6 +75,11 @@ public:
     std::string description() const;
 
 private:
+    // The lookups of the operations above without exceptions (they run for every key).
+    static std::optional<int> findIndependentCode(const std::string& key);
+    std::optional<int> findCodeInMaps(const std::string& text, bool numpad,
+                                      std::shared_ptr<const PZKeyboardMap>* map) const;
+    static std::optional<int> findSpecialKey(const std::string& text, int& kind);
     bool typeWithTemporaryKey(const std::string& key, const std::vector<std::string>& marks,
                               bool hasModifiers);
 

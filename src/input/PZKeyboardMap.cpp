@@ -85,7 +85,8 @@ std::shared_ptr<PZKeyboardMap> PZKeyboardMap::keyboardMapWithModifierWithNumberO
     return keyboardMapWithCharSetKeySetModifiers(std::move(charSet), std::move(keySet), std::move(modifiers));
 }
 
-std::uint16_t PZKeyboardMap::getKeyCodeForStringNumpad(const std::string& string, bool numpad) const {
+std::optional<std::uint16_t> PZKeyboardMap::findKeyCodeForStringNumpad(const std::string& string,
+                                                                       bool numpad) const noexcept {
     const std::size_t n = std::min(charSet_.size(), keySet_.size());
     if (!numpad) {
         for (std::size_t i = 0; i < n; ++i) {
@@ -99,6 +100,13 @@ std::uint16_t PZKeyboardMap::getKeyCodeForStringNumpad(const std::string& string
                 return keySet_[i];
             }
         }
+    }
+    return std::nullopt;
+}
+
+std::uint16_t PZKeyboardMap::getKeyCodeForStringNumpad(const std::string& string, bool numpad) const {
+    if (auto code = findKeyCodeForStringNumpad(string, numpad)) {
+        return *code;
     }
     throw PZException("PZKeyboardMap getKeyCodeForString:", "Impossible to find the string keyCode");
 }

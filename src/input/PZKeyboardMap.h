@@ -32,6 +32,9 @@ public:
     // code in 0..50, with `numpad` the last entry (downwards) with a code in 51..92. Raises
     // PZException "PZKeyboardMap getKeyCodeForString:" when none matches.
     std::uint16_t getKeyCodeForStringNumpad(const std::string& string, bool numpad) const;
+    // The same lookup without the exception: nothing when no entry matches.
+    std::optional<std::uint16_t> findKeyCodeForStringNumpad(const std::string& string,
+                                                            bool numpad) const noexcept;
     // The same for one UTF-16 unit.
     std::uint16_t getKeyCodeForCharNumpad(char16_t character, bool numpad) const;
 

@@ -26,6 +26,7 @@ X11Display* X11ProcessActivator::display() {
                                          XCB_CW_EVENT_MASK, &mask);
             xcb_flush(current_->xcb());
             pids_.clear();
+            focus_ = 0;
         }
     }
     return current_;
@@ -35,9 +36,23 @@ void X11ProcessActivator::readEvents() {
     const auto clientListAtom = static_cast<xcb_atom_t>(current_->atom("_NET_CLIENT_LIST"));
     while (xcb_generic_event_t* event = xcb_poll_for_event(current_->xcb())) {
         const std::uint8_t type = event->response_type & 0x7f;
-        if (type == XCB_CREATE_NOTIFY || type == XCB_DESTROY_NOTIFY || type == XCB_REPARENT_NOTIFY ||
-            (type == XCB_PROPERTY_NOTIFY &&
-             reinterpret_cast<xcb_property_notify_event_t*>(event)->atom == clientListAtom)) {
+        if (type == XCB_FOCUS_OUT) {
+            const auto* out = reinterpret_cast<xcb_focus_out_event_t*>(event);
+            // The focus moving into a child of the window stays with its process.
+            if (out->event == focus_ && out->detail != XCB_NOTIFY_DETAIL_INFERIOR) {
+                focus_ = 0;
+            }
+        } else if (type == XCB_DESTROY_NOTIFY || type == XCB_UNMAP_NOTIFY) {
+            const auto window = type == XCB_DESTROY_NOTIFY
+                                    ? reinterpret_cast<xcb_destroy_notify_event_t*>(event)->window
+                                    : reinterpret_cast<xcb_unmap_notify_event_t*>(event)->window;
+            if (window == focus_) {
+                focus_ = 0;
+            }
+            pids_.clear();
+        } else if (type == XCB_CREATE_NOTIFY || type == XCB_REPARENT_NOTIFY ||
+                   (type == XCB_PROPERTY_NOTIFY &&
+                    reinterpret_cast<xcb_property_notify_event_t*>(event)->atom == clientListAtom)) {
             pids_.clear();
         }
         std::free(event);
@@ -74,6 +89,9 @@ int X11ProcessActivator::pidOfWindow(std::uint32_t window) {
 }
 
 bool X11ProcessActivator::focusBelongsTo(std::int64_t pid) {
+    if (focus_ != 0) {
+        return focusPid_ == pid;
+    }
     xcb_connection_t* c = current_->xcb();
     xcb_get_input_focus_reply_t* reply = xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr);
     if (reply == nullptr) {
@@ -81,10 +99,27 @@ bool X11ProcessActivator::focusBelongsTo(std::int64_t pid) {
     }
     const xcb_window_t focus = reply->focus;
     std::free(reply);
-    return focus != XCB_NONE && focus != XCB_INPUT_FOCUS_POINTER_ROOT && pidOfWindow(focus) == pid;
+    if (focus == XCB_NONE || focus == XCB_INPUT_FOCUS_POINTER_ROOT) {
+        return false;
+    }
+    const int focusPid = pidOfWindow(focus);
+    if (focusPid > 0) {
+        // Watched from now on: a focus-out or its end tells that the focus left it.
+        const std::uint32_t mask = XCB_EVENT_MASK_FOCUS_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+        xcb_change_window_attributes(c, focus, XCB_CW_EVENT_MASK, &mask);
+        // Whether the focus left before the watch began: read again, after it.
+        xcb_get_input_focus_reply_t* again = xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr);
+        if (again != nullptr && again->focus == focus) {
+            focus_ = focus;
+            focusPid_ = focusPid;
+        }
+        std::free(again);
+    }
+    return focusPid == pid;
 }
 
 void X11ProcessActivator::raise(std::uint32_t window) {
+    focus_ = 0;
     X11Ewmh ewmh(*current_);
     if (ewmh.windowManagerPresent()) {
         ewmh.activateWindow(window);
@@ -178,6 +213,9 @@ bool X11ProcessActivator::waitForFocus(std::int64_t pid, std::chrono::millisecon
     std::lock_guard<std::mutex> lock(mutex_);
     if (display() == nullptr) {
         return false;
+    }
+    if (focus_ != 0 && focusPid_ == pid) {
+        return true; // confirmed a moment ago, and watched since
     }
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (true) {

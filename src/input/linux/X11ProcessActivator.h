@@ -10,9 +10,11 @@
 
 // Brings processes to the front through the window manager (EWMH _NET_ACTIVE_WINDOW on the process's
 // top-most managed window; without a window manager the window gets the input focus directly). Whether
-// a process is in front is read from the X input focus itself (one round trip): the window manager
-// announces a new active window only after the focus moved. The process of each focus window is
-// remembered until windows come or go. Has its own X connection.
+// a process is in front is read from the X input focus itself, not from the window manager's active
+// window, which it announces only after the focus moved. Once read, the focus window is watched for
+// focus and structure events, so that commands for the process in front cost no round trip to the X
+// server until the focus leaves it. The process of each window is remembered until windows come or
+// go. Has its own X connection.
 class X11ProcessActivator : public ProcessActivator {
 public:
     // `displayName` empty: $DISPLAY.
@@ -36,4 +38,7 @@ private:
     X11Connection connection_;
     X11Display* current_ = nullptr;
     std::unordered_map<std::uint32_t, int> pids_;
+    // The focus window as last read (0: unknown), watched until the focus leaves it, and its process.
+    std::uint32_t focus_ = 0;
+    int focusPid_ = 0;
 };

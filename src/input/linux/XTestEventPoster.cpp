@@ -14,7 +14,7 @@ bool XTestEventPoster::available() {
     return connection_->display() != nullptr && connection_->hasXTest();
 }
 
-int XTestEventPoster::fake(std::uint8_t type, std::uint8_t detail, int x, int y) {
+int XTestEventPoster::fake(std::uint8_t type, std::uint8_t detail, int x, int y, bool flush) {
     auto lock = connection_->lock();
     X11Display* display = connection_->display();
     if (display == nullptr) {
@@ -26,7 +26,9 @@ int XTestEventPoster::fake(std::uint8_t type, std::uint8_t detail, int x, int y)
     xcb_test_fake_input(display->xcb(), type, detail, XCB_CURRENT_TIME,
                         static_cast<xcb_window_t>(display->root()), static_cast<std::int16_t>(x),
                         static_cast<std::int16_t>(y), 0);
-    xcb_flush(display->xcb());
+    if (flush) {
+        xcb_flush(display->xcb());
+    }
     return 0;
 }
 
@@ -75,7 +77,8 @@ int XTestEventPoster::postKey(int evdevCode, bool down) {
     if (keycode < 8 || keycode > 255) {
         return badKeyStatus;
     }
-    return fake(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, static_cast<std::uint8_t>(keycode));
+    // A key press goes out with the release that follows it: one write per key instead of two.
+    return fake(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, static_cast<std::uint8_t>(keycode), 0, 0, !down);
 }
 
 std::optional<VXPoint> XTestEventPoster::pointerLocation() {

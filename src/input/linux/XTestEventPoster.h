@@ -8,7 +8,8 @@ class X11InputConnection;
 
 // Pointer and key events through the XTEST extension: motions, buttons, scrolling as buttons 4 to 7,
 // keys as X key codes (evdev + 8); the cursor is placed with a pointer warp. Each event is flushed at
-// once. Reads the pointer with QueryPointer and the main screen from RandR.
+// once, except key presses, which go out with the next release. Reads the pointer with QueryPointer and the
+// main screen from RandR.
 class XTestEventPoster : public EventPoster {
 public:
     // Status values besides 0.
@@ -31,7 +32,7 @@ public:
     bool available();
 
 private:
-    int fake(std::uint8_t type, std::uint8_t detail, int x = 0, int y = 0);
+    int fake(std::uint8_t type, std::uint8_t detail, int x = 0, int y = 0, bool flush = true);
 
     std::shared_ptr<X11InputConnection> connection_;
 };
