@@ -51,6 +51,11 @@ std::int32_t intAttribute(const PZDictionary& arguments, std::string_view key) {
     return text ? PZNumberText::intValue(*text) : 0;
 }
 
+// The bytes that end a bare JSON value.
+bool endsBareValue(char c) {
+    return c == ' ' || c == ',' || c == ']' || c == '}';
+}
+
 // A coordinate read as a single-precision number and widened.
 double singlePrecision(double value) {
     return static_cast<double>(static_cast<float>(value));
@@ -210,23 +215,28 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
                 jsonParsingState_ = 3;
                 ++i;
                 break;
-            default:
-                if (!checkDepth() || !holdBytes(1)) {
+            default: {
+                // The first byte always belongs to the value; the rest of its run is taken at once.
+                std::size_t end = i + 1;
+                while (end < length && !endsBareValue(chars[end])) {
+                    ++end;
+                }
+                if (!checkDepth() || !holdBytes(end - i)) {
                     return;
                 }
                 jsonTree_.addValue();
-                jsonTree_.addCharToLastValue(c);
+                jsonTree_.addCharsToLastValue(chars + i, end - i);
                 jsonParsingState_ = 1;
-                ++i;
+                i = end;
                 break;
+            }
             }
             break;
         case 1: {
             const int type = jsonTree_.getCurrentObjectType();
             if (type == PZJSONTree::kOther) {
                 std::size_t end = i;
-                while (end < length && chars[end] != ' ' && chars[end] != ',' && chars[end] != ']' &&
-                       chars[end] != '}') {
+                while (end < length && !endsBareValue(chars[end])) {
                     ++end;
                 }
                 if (end > i) {
