@@ -1,0 +1,225 @@
+// The phone client against scripted servers on loopback: timeouts, closed and broken connections,
+// undecodable bytes, the password exchange, raw mode.
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "phone/VXPhone.h"
+#include "protocol/VXError.h"
+#include "protocol/VXInfo.h"
+#include "protocol/VXRequest.h"
+#include "transport/PZException.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string text(const std::vector<std::uint8_t>& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+// A one-connection server on 127.0.0.1 that runs script(fd) on its own thread.
+class ScriptedServer {
+public:
+    explicit ScriptedServer(std::function<void(int)> script) {
+        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        listen(listener_, 1);
+        socklen_t length = sizeof address;
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this, script = std::move(script)] {
+            const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0) {
+                script(fd);
+                close(fd);
+            }
+        });
+    }
+    ~ScriptedServer() {
+        shutdown(listener_, SHUT_RDWR);
+        thread_.join();
+        close(listener_);
+    }
+    int port() const { return port_; }
+
+    static void write(int fd, const std::string& bytes) {
+        ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    static void write(int fd, const std::vector<std::uint8_t>& bytes) {
+        ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    // Reads until text appears (or the peer closes); returns everything read.
+    static std::string readUntil(int fd, const std::string& text) {
+        std::string seen;
+        char buffer[1024];
+        while (seen.find(text) == std::string::npos) {
+            const auto n = ::recv(fd, buffer, sizeof buffer, 0);
+            if (n <= 0) {
+                break;
+            }
+            seen.append(buffer, static_cast<std::size_t>(n));
+        }
+        return seen;
+    }
+
+private:
+    int listener_ = -1;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+TEST(VXPhoneTest, receive_nothingArrives_timesOutAndStaysOpen) {
+    ScriptedServer server([](int fd) { ScriptedServer::readUntil(fd, "never"); });
+    auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+    EXPECT_FALSE(phone->receive(50ms).has_value());
+    EXPECT_EQ(phone->state(), VXPhone::State::Open);
+    phone->close();
+}
+
+TEST(VXPhoneTest, receive_serverClosesAfterAMessage_givesItThenReportsClosed) {
+    ScriptedServer server([](int fd) { ScriptedServer::write(fd, *VXInfo("volume", "0.5").getXMLData()); });
+    auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+    const auto message = phone->receive(5s);
+    ASSERT_TRUE(message.has_value());
+    EXPECT_TRUE(message->isInfo("volume"));
+    EXPECT_FALSE(phone->receive(5s).has_value());
+    EXPECT_EQ(phone->state(), VXPhone::State::Closed);
+    EXPECT_FALSE(phone->sendRaw("x") && phone->sendRaw(std::string(1 << 20, 'x')))
+        << "writing to a closed connection fails sooner or later";
+}
+
+TEST(VXPhoneTest, receive_serverSendsGarbage_failsWithTheDecoderReason) {
+    ScriptedServer server([](int fd) {
+        ScriptedServer::write(fd, *VXInfo("a", "b").getXMLData());
+        ScriptedServer::write(fd, "}}} garbage");
+        ScriptedServer::readUntil(fd, "never");
+    });
+    auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+    const auto first = phone->receive(5s);
+    ASSERT_TRUE(first.has_value()) << "the message before the garbage is kept";
+    EXPECT_FALSE(phone->receive(5s).has_value());
+    EXPECT_EQ(phone->state(), VXPhone::State::Failed);
+    EXPECT_NE(phone->failure().find("between messages"), std::string::npos) << phone->failure();
+    phone->close();
+}
+
+TEST(VXPhoneTest, handshake_serverAsksForThePasswordTwice_throwsWrongPassword) {
+    std::string answers;
+    {
+        ScriptedServer server([&answers](int fd) {
+            ScriptedServer::write(fd, *VXRequest("password", "start_connection").getXMLData());
+            answers = ScriptedServer::readUntil(fd, "</info>");
+            ScriptedServer::write(fd, *VXRequest("password", "start_connection").getXMLData());
+            ScriptedServer::readUntil(fd, "never");
+        });
+        auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+        VXPhone::Identity identity;
+        identity.password = "guess";
+        try {
+            phone->handshake(identity, 5s);
+            ADD_FAILURE() << "the handshake went through";
+        } catch (const PZException& error) {
+            EXPECT_EQ(error.reason(), "wrong password");
+        }
+        EXPECT_EQ(phone->handshakeMessages().size(), 2u);
+        phone->close();
+    }
+    EXPECT_EQ(answers, text(*VXInfo("password", "guess").getXMLData()));
+}
+
+TEST(VXPhoneTest, handshake_passwordAskedButNoneGiven_throwsPasswordRequired) {
+    ScriptedServer server([](int fd) {
+        ScriptedServer::write(fd, *VXRequest("password", "start_connection").getXMLData());
+        ScriptedServer::readUntil(fd, "never");
+    });
+    auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+    try {
+        phone->handshake({}, 5s);
+        ADD_FAILURE() << "the handshake went through";
+    } catch (const PZException& error) {
+        EXPECT_EQ(error.reason(), "password required");
+    }
+    phone->close();
+}
+
+TEST(VXPhoneTest, handshake_answersEachInfoRequestThenSwitchesEncoding) {
+    std::string received;
+    {
+        ScriptedServer server([&received](int fd) {
+            for (const char* subject : {"protocol", "os", "vx", "app", "version", "device"}) {
+                ScriptedServer::write(fd, *VXRequest("info", subject).getXMLData());
+            }
+            // After "device" the phone asks for "os" (XML), then proves the switch with a JSON request.
+            received = ScriptedServer::readUntil(fd, text(VXRequest("info", "protocol").getJSONData()));
+            ScriptedServer::write(fd, VXInfo("protocol", "json").getJSONData());
+            ScriptedServer::readUntil(fd, "never");
+        });
+        auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+        VXPhone::Identity identity;
+        identity.app = "Velorix Lite";
+        identity.version = "1.0";
+        identity.device = "Pad";
+        identity.os = "iOS";
+        const auto messages = phone->handshake(identity, 5s);
+        EXPECT_EQ(messages.size(), 7u);
+        EXPECT_EQ(phone->encoding(), VXPhone::Encoding::JSON);
+        phone->close();
+    }
+    const std::string expected =
+        text(*VXInfo("protocol", "json").getXMLData()) + text(*VXInfo("os", "iOS").getXMLData()) +
+        text(*VXInfo("app", "Velorix Lite").getXMLData()) + text(*VXInfo("version", "1.0").getXMLData()) +
+        text(*VXRequest("info", "os").getXMLData()) + text(*VXInfo("device", "Pad").getXMLData()) +
+        text(VXRequest("info", "protocol").getJSONData());
+    EXPECT_EQ(received, expected);
+}
+
+TEST(VXPhoneTest, receiveRaw_rawMode_givesTheBytesUndecoded) {
+    ScriptedServer server([](int fd) {
+        const auto request = ScriptedServer::readUntil(fd, "\x01\x02");
+        ScriptedServer::write(fd, "<<not a message>> " + request);
+    });
+    auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
+    ASSERT_TRUE(phone->sendRaw(std::string("{\"x\x01\x02", 5)));
+    std::string got;
+    while (got.size() < 23) {
+        const auto chunk = phone->receiveRaw(5s);
+        ASSERT_TRUE(chunk.has_value());
+        got += text(*chunk);
+    }
+    EXPECT_EQ(got, std::string("<<not a message>> {\"x\x01\x02", 23));
+    EXPECT_TRUE(phone->waitClosed(5s));
+}
+
+TEST(VXPhoneTest, connect_nothingListens_throwsWithTheAddress) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    const int port = ntohs(address.sin_port);
+    close(fd);
+    try {
+        VXPhone::connect("127.0.0.1", port, 2s);
+        ADD_FAILURE() << "connected to a closed port";
+    } catch (const PZException& error) {
+        EXPECT_EQ(error.name(), "VXPhone connect");
+        EXPECT_NE(error.reason().find("127.0.0.1 port " + std::to_string(port)), std::string::npos)
+            << error.reason();
+    }
+}
+
+} // namespace
