@@ -31,29 +31,29 @@ void X11TestDesktop::warpPointer(int x, int y) {
     XSync(display_, False);
 }
 
-unsigned long X11TestDesktop::createWindow(const WindowSpec& spec) {
+unsigned long X11TestDesktop::createWindow(const WindowDescription& description) {
     const Window window =
         XCreateSimpleWindow(display_, DefaultRootWindow(display_), 20, 20, 160, 90, 0, 0, 0x808080);
-    XStoreName(display_, window, spec.title.c_str());
-    if (!spec.instanceName.empty() || !spec.className.empty()) {
-        XClassHint hint{const_cast<char*>(spec.instanceName.c_str()),
-                        const_cast<char*>(spec.className.c_str())};
+    XStoreName(display_, window, description.title.c_str());
+    if (!description.instanceName.empty() || !description.className.empty()) {
+        XClassHint hint{const_cast<char*>(description.instanceName.c_str()),
+                        const_cast<char*>(description.className.c_str())};
         XSetClassHint(display_, window, &hint);
     }
-    if (spec.pid != 0) {
-        const long pid = spec.pid;
+    if (description.pid != 0) {
+        const long pid = description.pid;
         XChangeProperty(display_, window, XInternAtom(display_, "_NET_WM_PID", False), XA_CARDINAL, 32,
                         PropModeReplace, reinterpret_cast<const unsigned char*>(&pid), 1);
     }
-    if (!spec.type.empty()) {
-        const Atom type = XInternAtom(display_, ("_NET_WM_WINDOW_TYPE_" + spec.type).c_str(), False);
+    if (!description.type.empty()) {
+        const Atom type = XInternAtom(display_, ("_NET_WM_WINDOW_TYPE_" + description.type).c_str(), False);
         XChangeProperty(display_, window, XInternAtom(display_, "_NET_WM_WINDOW_TYPE", False), XA_ATOM, 32,
                         PropModeReplace, reinterpret_cast<const unsigned char*>(&type), 1);
     }
-    if (!spec.icon.empty()) {
+    if (!description.icon.empty()) {
         XChangeProperty(display_, window, XInternAtom(display_, "_NET_WM_ICON", False), XA_CARDINAL, 32,
-                        PropModeReplace, reinterpret_cast<const unsigned char*>(spec.icon.data()),
-                        static_cast<int>(spec.icon.size()));
+                        PropModeReplace, reinterpret_cast<const unsigned char*>(description.icon.data()),
+                        static_cast<int>(description.icon.size()));
     }
     XMapWindow(display_, window);
     XSync(display_, False);

@@ -23,7 +23,7 @@ public:
     // Moves the pointer to (x, y) of the root window.
     void warpPointer(int x, int y);
 
-    struct WindowSpec {
+    struct WindowDescription {
         int pid = 0; // 0: no _NET_WM_PID
         std::string instanceName;
         std::string className;
@@ -32,7 +32,7 @@ public:
         std::vector<unsigned long> icon; // _NET_WM_ICON cardinals as Xlib takes them
     };
     // Makes and maps a window; returns its id.
-    unsigned long createWindow(const WindowSpec& spec);
+    unsigned long createWindow(const WindowDescription& description);
     // Unmaps and destroys a window.
     void destroyWindow(unsigned long window);
     // Waits until the window manager lists the window (up to 5 s).
