@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -110,6 +111,9 @@ void PZSocket::setOptions(int descriptor) {
     // Linux has no SO_NOSIGPIPE: every write uses MSG_NOSIGNAL instead.
     ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     ::setsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &one, sizeof one);
+    // Messages are small and answer requests: held back until the previous segment is acknowledged
+    // (Nagle), an answer would wait for the peer's delayed acknowledgement or its next message.
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     // An adopted descriptor may come from anywhere: launched programs must not inherit it.
     const int flags = ::fcntl(descriptor, F_GETFD);
     if (flags >= 0 && !(flags & FD_CLOEXEC)) {

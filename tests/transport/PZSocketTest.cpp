@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <string>
 #include <sys/socket.h>
 
@@ -116,6 +118,19 @@ TEST_F(PZSocketTest, getRemoteStringAddress_unknownOrPeerAddress) {
     EXPECT_EQ(socket->serverAddress()->size(), sizeof(sockaddr_in));
     socket->close(); // never started: the descriptor goes at once
     EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
+    ::close(peer);
+}
+
+TEST_F(PZSocketTest, adoptedDescriptor_smallWritesNotHeldBackAndKeptAlive) {
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = std::make_shared<PZSocket>(accepted, std::nullopt);
+    for (const auto& [level, option] :
+         {std::pair<int, int>{IPPROTO_TCP, TCP_NODELAY}, std::pair<int, int>{SOL_SOCKET, SO_KEEPALIVE}}) {
+        int value = 0;
+        socklen_t length = sizeof value;
+        ASSERT_EQ(::getsockopt(accepted, level, option, &value, &length), 0);
+        EXPECT_NE(value, 0) << option;
+    }
     ::close(peer);
 }
 
