@@ -23,6 +23,8 @@ constexpr std::size_t kWriteChunkSize = 1024;
 constexpr std::size_t kWriteBatchSize = 16 * 1024;
 // sendData hands large payloads to the queue in slices, so the writer starts sending before the end.
 constexpr std::size_t kSendSlice = 16 * 1024;
+// The reader stops reading while this much of what it read still waits for the delegate.
+constexpr std::size_t kMostUndelivered = 4 * 1024 * 1024;
 // A writer that found nothing to send for this long gives the queue's spare memory back.
 constexpr std::chrono::seconds kIdleRelease{1};
 
@@ -70,14 +72,22 @@ std::string addressText(const sockaddr_in& address) {
 
 } // namespace
 
+struct PZSocket::Undelivered {
+    std::mutex mutex;
+    std::condition_variable drained;
+    std::size_t bytes = 0;
+    bool closed = false;
+};
+
 const std::string PZSocket::kConnectionOnInvalidSocketErrorMessage =
     "The connection cannot be made: this socket has already been closed.";
 const std::string PZSocket::kImpossibleToResolveHostNameSocketErrorMessage =
     "The connection cannot be made: the host name could not be resolved.";
 
-PZSocket::PZSocket() = default;
+PZSocket::PZSocket() : undelivered_(std::make_shared<Undelivered>()) {}
 
-PZSocket::PZSocket(int descriptor, std::optional<Address> address) {
+PZSocket::PZSocket(int descriptor, std::optional<Address> address)
+    : undelivered_(std::make_shared<Undelivered>()) {
     std::lock_guard<std::mutex> lock(monitor_);
     streams_ = 2;
     isGoingToClose_ = false;
@@ -319,6 +329,11 @@ void PZSocket::close() {
         }
     }
     wakeWriter();
+    {
+        std::lock_guard<std::mutex> lock(undelivered_->mutex);
+        undelivered_->closed = true; // a reader waiting for its deliveries goes on to see the end
+        undelivered_->drained.notify_all();
+    }
     if (postDisconnected) {
         postToDelegate(
             [](PZSocketDelegate& delegate, PZSocket& socket) { delegate.socketDisconnected(socket); });
@@ -375,10 +390,25 @@ void PZSocket::readBytesFromSocket(int descriptor) {
     PZLog("PZSocket thread 1 ++++++++++++++++++++++++ read");
     std::uint8_t buffer[kReadBufferSize];
     for (;;) {
+        {
+            std::unique_lock<std::mutex> lock(undelivered_->mutex);
+            undelivered_->drained.wait(
+                lock, [this] { return undelivered_->bytes < kMostUndelivered || undelivered_->closed; });
+        }
         const ssize_t count = ::recv(descriptor, buffer, sizeof buffer, 0);
         if (count > 0) {
             std::vector<std::uint8_t> data(buffer, buffer + count);
-            postToDelegate([data = std::move(data)](PZSocketDelegate& delegate, PZSocket& socket) {
+            {
+                std::lock_guard<std::mutex> lock(undelivered_->mutex);
+                undelivered_->bytes += data.size();
+            }
+            // Given back when the delivery has run, or when it is dropped unperformed.
+            std::shared_ptr<void> share(nullptr, [undelivered = undelivered_, size = data.size()](void*) {
+                std::lock_guard<std::mutex> lock(undelivered->mutex);
+                undelivered->bytes -= size;
+                undelivered->drained.notify_all();
+            });
+            postToDelegate([data = std::move(data), share](PZSocketDelegate& delegate, PZSocket& socket) {
                 delegate.socketDidReceiveData(socket, data);
             });
             continue;

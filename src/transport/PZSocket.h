@@ -97,4 +97,9 @@ private:
     bool threadsStarted_ = false;
     bool disconnectPosted_ = false;
     std::atomic<bool> writerEnded_{false};
+
+    // Bytes read but not yet handed to the delegate: the reader waits while there are too many, so a
+    // peer that sends faster than the owner's thread takes the data is slowed down by TCP itself.
+    struct Undelivered;
+    std::shared_ptr<Undelivered> undelivered_;
 };

@@ -83,6 +83,38 @@ TEST_F(PZSocketTest, receive_peerWritesThenClosesCleanly_allBytesAndBothClosingM
     }
 }
 
+TEST_F(PZSocketTest, receive_ownerNotKeepingUp_readerWaitsAndNothingIsLost) {
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = adopt(accepted, delegate_);
+    // The owner's loop does not run: a flooding peer must soon be held back by TCP, not by memory.
+    ::fcntl(peer, F_SETFL, O_NONBLOCK);
+    const auto payload = pattern(64 << 20);
+    std::size_t sent = 0;
+    for (int idle = 0; idle < 50 && sent < payload.size();) {
+        const ssize_t n = ::send(peer, payload.data() + sent, payload.size() - sent, MSG_NOSIGNAL);
+        if (n > 0) {
+            sent += static_cast<std::size_t>(n);
+            idle = 0;
+        } else {
+            ++idle;
+            std::this_thread::sleep_for(2ms);
+        }
+    }
+    EXPECT_LT(sent, 32u << 20);
+    // Once the owner takes the data, the rest flows, in order and complete.
+    ::fcntl(peer, F_SETFL, 0);
+    std::thread rest([&, peer = peer] {
+        ::send(peer, payload.data() + sent, payload.size() - sent, MSG_NOSIGNAL);
+        ::shutdown(peer, SHUT_WR);
+    });
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("closeRead"); }, 60s));
+    rest.join();
+    EXPECT_EQ(delegate_->received.size(), payload.size());
+    EXPECT_TRUE(delegate_->received == payload);
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
+    ::close(peer);
+}
+
 TEST_F(PZSocketTest, disconnect_5000BytesQueued_allWrittenInChunksOfAtMost1024) {
     // A packet socket pair keeps each send() apart, so the chunks the writer makes can be seen.
     int pair[2];
