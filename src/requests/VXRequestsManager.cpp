@@ -304,6 +304,20 @@ void VXRequestsManager::answerDirectory(const VXRequest& request, Bytes& answer)
     appendEncoded(answer, *directory);
 }
 
+namespace {
+
+// The phone's numbers become pixels: not-a-number is 0, and anything beyond any screen is held to a
+// bound far outside it, so that sums of coordinates stay within an int.
+int pixelCoordinate(double value) {
+    constexpr double bound = 1 << 28;
+    if (!std::isfinite(value)) {
+        return 0;
+    }
+    return static_cast<int>(std::trunc(std::clamp(value, -bound, bound)));
+}
+
+} // namespace
+
 void VXRequestsManager::answerScreenshot(const VXRequest& request, Bytes& answer) {
     // The "size" argument only matters to the screen reader's path, which rectangle capture never needs.
     VXRect rect;
@@ -323,9 +337,8 @@ void VXRequestsManager::answerScreenshot(const VXRequest& request, Bytes& answer
     std::vector<std::uint8_t> jpeg;
     if (screen) {
         VXPixelBuffer image;
-        const VXPixelRect wanted{static_cast<int>(std::trunc(rect.x)), static_cast<int>(std::trunc(rect.y)),
-                                 static_cast<int>(std::trunc(rect.width)),
-                                 static_cast<int>(std::trunc(rect.height))};
+        const VXPixelRect wanted{pixelCoordinate(rect.x), pixelCoordinate(rect.y),
+                                 pixelCoordinate(rect.width), pixelCoordinate(rect.height)};
         if (screen->captureRect(wanted, image) && !image.empty()) {
             if (!jpegEncoder_) {
                 jpegEncoder_ = std::make_unique<VXJPEGEncoder>();

@@ -384,6 +384,13 @@ TEST_F(VXRequestsManagerTest, manageRequest_screenshot_rectangleDefaultsAndJpeg)
     const auto outside = ask(kJSON, "screenshot", std::nullopt, arguments({{"rect", "1000;1000;10;10"}}));
     ASSERT_EQ(outside.size(), 1u);
     EXPECT_EQ(outside[0].string("message"), "UNABLE_TO_SATISFY_REQUEST_ERROR");
+    // Numbers no screen has are held to bounds instead of overflowing the conversion to pixels.
+    for (const char* hostile : {"1e300;-1e300;1e300;1e300", "nan;inf;-inf;nan", "-5e9;-5e9;1e10;1e10"}) {
+        const auto answer = ask(kJSON, "screenshot", std::nullopt, arguments({{"rect", hostile}}));
+        ASSERT_EQ(answer.size(), 1u) << hostile;
+        const VXPixelRect asked = system_->screen->requested().back();
+        EXPECT_LE(std::abs(static_cast<long long>(asked.x)) + asked.width, 1LL << 30) << hostile;
+    }
     // A screenshot has no XML form.
     EXPECT_TRUE(ask(kXML, "screenshot").empty());
 }
