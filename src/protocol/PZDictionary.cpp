@@ -3,9 +3,27 @@
 #include "protocol/PZValue.h"
 
 PZDictionary::PZDictionary() = default;
-PZDictionary::PZDictionary(const PZDictionary& other) = default;
+
+PZDictionary::PZDictionary(const PZDictionary& other) : keys_(other.keys_), values_(other.values_) {
+    if (other.index_) {
+        rebuildIndex();
+    }
+}
+
 PZDictionary::PZDictionary(PZDictionary&& other) noexcept = default;
-PZDictionary& PZDictionary::operator=(const PZDictionary& other) = default;
+
+PZDictionary& PZDictionary::operator=(const PZDictionary& other) {
+    if (this != &other) {
+        keys_ = other.keys_;
+        values_ = other.values_;
+        index_.reset();
+        if (other.index_) {
+            rebuildIndex();
+        }
+    }
+    return *this;
+}
+
 PZDictionary& PZDictionary::operator=(PZDictionary&& other) noexcept = default;
 PZDictionary::~PZDictionary() = default;
 
@@ -13,12 +31,23 @@ PZDictionary PZDictionary::fromParallelArrays(std::vector<std::string>&& keys,
                                               std::vector<PZValue>&& values) {
     PZDictionary dictionary;
     bool duplicates = false;
-    for (std::size_t i = 1; i < keys.size() && !duplicates; ++i) {
-        for (std::size_t j = 0; j < i; ++j) {
-            if (keys[i] == keys[j]) {
-                duplicates = true;
-                break;
+    if (keys.size() <= kIndexThreshold) {
+        for (std::size_t i = 1; i < keys.size() && !duplicates; ++i) {
+            for (std::size_t j = 0; j < i; ++j) {
+                if (keys[i] == keys[j]) {
+                    duplicates = true;
+                    break;
+                }
             }
+        }
+    } else {
+        auto index = std::make_unique<std::unordered_map<std::string, std::size_t>>();
+        index->reserve(keys.size());
+        for (std::size_t i = 0; i < keys.size() && !duplicates; ++i) {
+            duplicates = !index->emplace(keys[i], i).second;
+        }
+        if (!duplicates) {
+            dictionary.index_ = std::move(index);
         }
     }
     if (!duplicates) {
@@ -32,17 +61,34 @@ PZDictionary PZDictionary::fromParallelArrays(std::vector<std::string>&& keys,
     return dictionary;
 }
 
+std::ptrdiff_t PZDictionary::indexOf(std::string_view key) const {
+    if (index_) {
+        const auto found = index_->find(std::string(key));
+        return found == index_->end() ? -1 : static_cast<std::ptrdiff_t>(found->second);
+    }
+    for (std::size_t i = 0; i < keys_.size(); ++i) {
+        if (keys_[i] == key) {
+            return static_cast<std::ptrdiff_t>(i);
+        }
+    }
+    return -1;
+}
+
+void PZDictionary::rebuildIndex() {
+    index_ = std::make_unique<std::unordered_map<std::string, std::size_t>>();
+    index_->reserve(keys_.size());
+    for (std::size_t i = 0; i < keys_.size(); ++i) {
+        index_->emplace(keys_[i], i);
+    }
+}
+
 const PZValue& PZDictionary::valueAt(std::size_t i) const {
     return values_[i];
 }
 
 const PZValue* PZDictionary::find(std::string_view key) const {
-    for (std::size_t i = 0; i < keys_.size(); ++i) {
-        if (keys_[i] == key) {
-            return &values_[i];
-        }
-    }
-    return nullptr;
+    const std::ptrdiff_t i = indexOf(key);
+    return i < 0 ? nullptr : &values_[static_cast<std::size_t>(i)];
 }
 
 const std::string* PZDictionary::findString(std::string_view key) const {
@@ -61,30 +107,39 @@ const PZDictionary* PZDictionary::findDictionary(std::string_view key) const {
 }
 
 void PZDictionary::set(std::string key, PZValue value) {
-    for (std::size_t i = 0; i < keys_.size(); ++i) {
-        if (keys_[i] == key) {
-            values_[i] = std::move(value);
-            return;
-        }
+    const std::ptrdiff_t i = indexOf(key);
+    if (i >= 0) {
+        values_[static_cast<std::size_t>(i)] = std::move(value);
+        return;
+    }
+    if (index_) {
+        index_->emplace(key, keys_.size());
     }
     keys_.push_back(std::move(key));
     values_.push_back(std::move(value));
+    if (!index_ && keys_.size() > kIndexThreshold) {
+        rebuildIndex();
+    }
 }
 
 bool PZDictionary::remove(std::string_view key) {
-    for (std::size_t i = 0; i < keys_.size(); ++i) {
-        if (keys_[i] == key) {
-            keys_.erase(keys_.begin() + static_cast<std::ptrdiff_t>(i));
-            values_.erase(values_.begin() + static_cast<std::ptrdiff_t>(i));
-            return true;
-        }
+    const std::ptrdiff_t i = indexOf(key);
+    if (i < 0) {
+        return false;
     }
-    return false;
+    keys_.erase(keys_.begin() + i);
+    values_.erase(values_.begin() + i);
+    index_.reset();
+    if (keys_.size() > kIndexThreshold) {
+        rebuildIndex();
+    }
+    return true;
 }
 
 void PZDictionary::clear() {
     keys_.clear();
     values_.clear();
+    index_.reset();
 }
 
 bool PZDictionary::operator==(const PZDictionary& other) const {

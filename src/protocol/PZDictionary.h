@@ -1,14 +1,17 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 class PZValue;
 
 // A dictionary of decoded values that keeps its keys in insertion order. Setting a key that is
-// already present replaces its value in place; equality ignores the order of the keys.
+// already present replaces its value in place; equality ignores the order of the keys. Large
+// dictionaries keep a hash index so that building one from hostile input stays linear.
 class PZDictionary {
 public:
     PZDictionary();
@@ -47,6 +50,13 @@ public:
     bool operator==(const PZDictionary& other) const;
 
 private:
+    // Dictionaries above this size keep index_.
+    static constexpr std::size_t kIndexThreshold = 16;
+
+    std::ptrdiff_t indexOf(std::string_view key) const;
+    void rebuildIndex();
+
     std::vector<std::string> keys_;
     std::vector<PZValue> values_;
+    std::unique_ptr<std::unordered_map<std::string, std::size_t>> index_;
 };

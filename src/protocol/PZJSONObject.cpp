@@ -12,7 +12,16 @@ void PZJSONObject::addField(std::string key) {
         PZLog("PZJSONObject error: the number of fields is more than number of values");
         values_.emplace_back();
     }
+    if (firstIndex_) {
+        firstIndex_->emplace(key, fields_.size());
+    }
     fields_.push_back(std::move(key));
+    if (!firstIndex_ && fields_.size() > kIndexThreshold) {
+        firstIndex_ = std::make_unique<std::unordered_map<std::string, std::size_t>>();
+        for (std::size_t i = 0; i < fields_.size(); ++i) {
+            firstIndex_->emplace(fields_[i], i);
+        }
+    }
 }
 
 void PZJSONObject::addValueToLastField(std::optional<PZValue> value) {
@@ -28,6 +37,13 @@ void PZJSONObject::addValueToLastField(PZValue&& value) {
 }
 
 const PZValue* PZJSONObject::getValueForField(std::string_view key) const {
+    if (firstIndex_) {
+        const auto found = firstIndex_->find(std::string(key));
+        if (found == firstIndex_->end()) {
+            return nullptr;
+        }
+        return found->second < values_.size() ? &values_[found->second] : nullptr;
+    }
     for (std::size_t i = 0; i < fields_.size(); ++i) {
         if (fields_[i] == key) {
             return i < values_.size() ? &values_[i] : nullptr;
@@ -54,5 +70,6 @@ std::optional<PZDictionary> PZJSONObject::takeDictionary() {
     PZDictionary dictionary = PZDictionary::fromParallelArrays(std::move(fields_), std::move(values_));
     fields_.clear();
     values_.clear();
+    firstIndex_.reset();
     return dictionary;
 }

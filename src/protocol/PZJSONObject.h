@@ -1,8 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "protocol/PZDictionary.h"
@@ -32,6 +34,11 @@ public:
     const std::vector<PZValue>& values() const noexcept { return values_; }
 
 private:
+    // Objects with more keys than this keep firstIndex_, so that lookups stay cheap on hostile input.
+    static constexpr std::size_t kIndexThreshold = 16;
+
     std::vector<std::string> fields_;
     std::vector<PZValue> values_;
+    // The index of the first occurrence of each key, for large objects.
+    std::unique_ptr<std::unordered_map<std::string, std::size_t>> firstIndex_;
 };

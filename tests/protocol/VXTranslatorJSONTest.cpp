@@ -438,6 +438,30 @@ TEST(VXTranslatorLimits, streamLength_over512MiBOrNegative_exceeds) {
     EXPECT_EQ(exact.translator.jsonParsingState(), 6);
 }
 
+TEST(VXTranslatorLimits, objectsWithManyKeysAndStreams_areReadInLinearTime) {
+    // Quadratic lookups would keep this test busy for hours; it must finish well within its timeout.
+    Reader reader;
+    reader.translator.setStreamSink(std::make_shared<VXDiscardingStreamSink>());
+    std::string request = R"({"request":{"type":"%61")";
+    for (int i = 0; i < 200000; ++i) {
+        request += ",\"k" + std::to_string(i) + "\":\"%31\"";
+    }
+    request += ",\"k7\":\"%32\"}}";
+    feed(reader.translator, request);
+    ASSERT_EQ(reader.delegate.requests.size(), 1u);
+    EXPECT_EQ(reader.delegate.requests[0]->arguments()->size(), 200000u);
+    EXPECT_EQ(*reader.delegate.requests[0]->arguments()->findString("k7"), "2") << "a later duplicate wins";
+
+    vxtest::LogRecorder log;
+    std::string streams = R"({"file":{"length":1)";
+    for (int i = 0; i < 100000; ++i) {
+        streams += R"(,"stream":xy)";
+    }
+    feed(reader.translator, streams + "}}");
+    ASSERT_EQ(reader.delegate.files.size(), 1u);
+    EXPECT_EQ(log.count("STREAM di lunghezza 1"), 100000u);
+}
+
 TEST(VXTranslatorLimits, skippedBytesAndStreamContent_costNothing) {
     Reader reader;
     const std::string spaces(1 << 20, ' ');

@@ -322,6 +322,17 @@ TEST(VXTranslatorXML, limits_hugeContentOrFileLength_exceed) {
     }
 }
 
+TEST(VXTranslatorXML, elementWithManyAttributes_isReadInLinearTime) {
+    Reader reader;
+    std::string element = R"(<request type="%61")";
+    for (int i = 0; i < 200000; ++i) {
+        element += " a" + std::to_string(i % 150000) + "=\"%31\"";
+    }
+    feed(reader.translator, element + "></request>");
+    ASSERT_EQ(reader.delegate.requests.size(), 1u);
+    EXPECT_EQ(reader.delegate.requests[0]->arguments()->size(), 150000u);
+}
+
 TEST(VXTranslatorXML, limits_junkOutsideElementsAndLargeFileContent_costNothing) {
     Reader reader;
     reader.translator.setStreamSink(std::make_shared<VXDiscardingStreamSink>());
