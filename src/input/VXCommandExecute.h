@@ -37,13 +37,21 @@ public:
     // runner, no power management (the power scripts fail), no launcher (launches fail), focus
     // changes that succeed for any running process without moving anything, no volume or brightness.
     struct Backends {
+        // Pointer and key events (XTest, uinput or none).
         std::shared_ptr<EventPoster> eventPoster;
+        // What the keys of the current layout produce.
         std::shared_ptr<KeyboardLayout> keyboardLayout;
+        // The mouse that trackpad commands drive; empty: one over eventPoster.
         std::shared_ptr<PZMouse> mouse;
+        // Runs the "System Events" scripts (keyboard method 2, sleep, restart, shut down).
         std::shared_ptr<ScriptRunner> scriptRunner;
+        // Suspend, reboot and power off, for the built-in script runner.
         std::shared_ptr<PowerActions> powerActions;
+        // Starts applications and opens paths ("launch").
         std::shared_ptr<ApplicationLauncher> launcher;
+        // Brings a process to the front ("focus", "keyboard", "tell process").
         std::shared_ptr<ProcessActivator> processActivator;
+        // Volume and brightness.
         std::shared_ptr<SystemControls> systemControls;
         // The "command_key" preference ("control", "super" or "alt"), read at each use.
         std::function<std::string()> commandKey;
@@ -62,6 +70,7 @@ public:
 
     VXCommandExecute(const VXCommandExecute&) = delete;
     VXCommandExecute& operator=(const VXCommandExecute&) = delete;
+    // Cancels nothing: a delayed click still pending holds only a weak reference and is dropped.
     ~VXCommandExecute();
 
     // The public entry: runs the command, telling the tester before and after; nullptr is success.
@@ -77,24 +86,27 @@ public:
     // The dump of the keyboard maps, for diagnostics.
     std::string getKeyboardMaps();
 
-    // 1 = key events, 2 = "System Events" scripts.
+    // The keyboard method: 1 = key events, 2 = "System Events" scripts (starts at 1).
     int keyboardMethod() const { return keyboardMethod_.load(); }
+    // Sets the keyboard method; any other value makes keyboard commands fail.
     void setKeyboardMethod(int method) { keyboardMethod_.store(method); }
     // The tester, not owned; nullptr when none or gone.
     std::shared_ptr<VXCommandTester> commandTester() const;
+    // Sets the tester (only a weak reference is kept; nullptr removes it).
     void setCommandTester(const std::shared_ptr<VXCommandTester>& tester);
 
     // The error of the last script, nothing when it ran cleanly.
     std::optional<ScriptRunner::Error> error() const;
     // Whether a single tap waits to become a click.
     bool needClick() const;
+    // The mouse that trackpad commands drive.
     PZMouse& mouse() const { return *mouse_; }
-    PZKeyboard& keyboard() const { return *keyboard_; }
 
 private:
     struct Key {};
 
 public:
+    // Made by create() only.
     VXCommandExecute(Key, Backends backends);
 
 private:

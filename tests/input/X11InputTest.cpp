@@ -1,6 +1,7 @@
 #include "TestWindow.h"
 #include "input/PZMouse.h"
 #include "input/VXCommandExecute.h"
+#include "input/linux/InputBackendProbe.h"
 #include "input/linux/X11InputConnection.h"
 #include "input/linux/X11KeyboardLayout.h"
 #include "input/linux/X11ProcessActivator.h"
@@ -18,6 +19,7 @@
 #include <X11/extensions/XTest.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -33,8 +35,8 @@ class X11InputTest : public ::testing::Test {
 protected:
     void SetUp() override { startServer(true); }
 
-    void startServer(bool windowManager) {
-        VXH_REQUIRE_PLATFORM(xvfb_.start(), "Xvfb could not be started");
+    void startServer(bool windowManager, int displayNumber = -1) {
+        VXH_REQUIRE_PLATFORM(xvfb_.start(1280, 800, displayNumber), "Xvfb could not be started");
         if (windowManager) {
             VXH_REQUIRE_PLATFORM(xvfb_.startWindowManager(), "openbox could not be started");
         }
@@ -342,6 +344,48 @@ TEST_F(X11InputTest, mouse_outsideTheScreen_landsOnEdgeAndLogsBothChecks) {
                   "IOHIDPostEvent(mouse move) set mouse at {1279, 799} when request is {5000, 5000}\n"),
               std::string::npos)
         << mouse.log();
+}
+
+TEST_F(X11InputTest, probe_xServerWithXTest_xtestBackEnds) {
+    const auto backends = InputBackendProbe::probe(xvfb_.name());
+    ASSERT_NE(backends.eventPoster, nullptr);
+    EXPECT_STREQ(backends.eventPoster->name(), "XTest");
+    EXPECT_NE(backends.processActivator, nullptr);
+    EXPECT_NE(backends.launcher, nullptr);
+    EXPECT_NE(backends.powerActions, nullptr);
+    const auto none = InputBackendProbe::probe(":31999");
+    EXPECT_STRNE(none.eventPoster->name(), "XTest"); // uinput where it can be written, else none
+}
+
+// A server on a display number of its own, far above those that servers started with -displayfd take,
+// so that no other test's server takes its number while it is away.
+class X11ReconnectTest : public X11InputTest {
+protected:
+    void SetUp() override { startServer(true, 600 + static_cast<int>(getpid() % 300)); }
+};
+
+TEST_F(X11ReconnectTest, execute_xServerRestarted_failsMeanwhileThenTypesAgain) {
+    const int number = xvfb_.number();
+    ASSERT_GE(number, 600);
+    const VXCommand toGoneWindow("keyboard", VXProcess("", window_.pid()), "a");
+    window_.stop();
+    xvfb_.stop();
+    const auto failed = executor_->execute(toGoneWindow);
+    ASSERT_NE(failed, nullptr);
+    EXPECT_EQ(failed->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    executor_->mouse().moveToPoint({10, 10}); // logged, not raised
+    VXH_REQUIRE_PLATFORM(xvfb_.start(1280, 800, number), "Xvfb could not be started again");
+    VXH_REQUIRE_PLATFORM(xvfb_.startWindowManager(), "openbox could not be started again");
+    TestWindow again;
+    ASSERT_TRUE(again.start(xvfb_.name()));
+    ASSERT_TRUE(again.waitForFocus());
+    setLayout("de");
+    // The connections come back on a use after their retry interval.
+    ASSERT_TRUE(again.waitFor(
+        [&] { return executor_->execute(VXCommand("keyboard", VXProcess("", again.pid()), "z")) == nullptr; },
+        std::chrono::seconds(5)));
+    EXPECT_EQ(type("@", &again), nullptr);
+    EXPECT_EQ(again.waitForText("z@"), "z@");
 }
 
 class X11InputWithoutWindowManagerTest : public X11InputTest {

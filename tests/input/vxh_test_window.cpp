@@ -5,7 +5,7 @@
 //   key press|release KEYCODE STATE KEYSYM TEXT-HEX NS      (TEXT: Xutf8LookupString, presses only)
 //   button press|release BUTTON X Y NS
 //   motion X Y NS
-//   mapping
+//   mapping NS NS-AFTER-REFRESH
 // Options: --title TEXT, --geometry WxH+X+Y. A line "focus" on standard input gives it the input
 // focus (for servers without a window manager); the end of standard input ends it.
 #include <X11/Xatom.h>
@@ -157,7 +157,7 @@ int main(int argc, char** argv) {
                 break;
             case MappingNotify:
                 XRefreshKeyboardMapping(&event.xmapping);
-                std::printf("mapping\n");
+                std::printf("mapping %lld %lld\n", t, nowNs());
                 break;
             default:
                 break;

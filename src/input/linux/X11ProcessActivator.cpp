@@ -12,9 +12,14 @@ X11ProcessActivator::X11ProcessActivator(std::string displayName)
     : connection_("Input focus", std::move(displayName)) {}
 
 X11Display* X11ProcessActivator::display() {
+    if (current_ != nullptr) {
+        // A server that went away is seen by reading from it: what was watched is void.
+        readEvents();
+    }
     if (current_ != nullptr && (current_->isLost() || xcb_connection_has_error(current_->xcb()) != 0)) {
         connection_.reset();
         current_ = nullptr;
+        focus_ = 0;
     }
     if (current_ == nullptr) {
         current_ = connection_.get();
@@ -172,7 +177,6 @@ bool X11ProcessActivator::activateProcess(std::int64_t pid) {
     if (display() == nullptr) {
         return false;
     }
-    readEvents();
     if (focusBelongsTo(pid)) {
         return true;
     }
@@ -193,7 +197,6 @@ std::optional<std::int64_t> X11ProcessActivator::activateProcessNamed(const std:
     if (display() == nullptr) {
         return std::nullopt;
     }
-    readEvents();
     X11Ewmh ewmh(*current_);
     const auto infos = ewmh.describe(windowsBottomToTop());
     for (auto it = infos.rbegin(); it != infos.rend(); ++it) {

@@ -29,7 +29,8 @@ int XTestEventPoster::fake(std::uint8_t type, std::uint8_t detail, int x, int y,
     if (flush) {
         xcb_flush(display->xcb());
     }
-    return 0;
+    // A server that went away shows here first; the next use connects again.
+    return xcb_connection_has_error(display->xcb()) != 0 ? noDisplayStatus : 0;
 }
 
 int XTestEventPoster::placePointer(int x, int y) {
@@ -41,7 +42,7 @@ int XTestEventPoster::placePointer(int x, int y) {
     xcb_warp_pointer(display->xcb(), XCB_NONE, static_cast<xcb_window_t>(display->root()), 0, 0, 0, 0,
                      static_cast<std::int16_t>(x), static_cast<std::int16_t>(y));
     xcb_flush(display->xcb());
-    return 0;
+    return xcb_connection_has_error(display->xcb()) != 0 ? noDisplayStatus : 0;
 }
 
 int XTestEventPoster::postPointerMotion(int x, int y) {
