@@ -2,6 +2,7 @@
 
 #include "transport/PZLogger.h"
 #include "transport/PZRunLoop.h"
+#include "transport/PZServerSocketDelegate.h"
 #include "transport/PZSocket.h"
 #include "transport/PZThread.h"
 
@@ -158,4 +159,27 @@ public:
     std::vector<PZError> errors;
     std::vector<std::uint8_t> received;
     std::vector<std::size_t> chunkSizes;
+};
+
+// Records what a PZServerSocket tells its delegate; closes the descriptors nobody took over.
+struct Accepted {
+    int descriptor;
+    std::vector<std::uint8_t> address;
+};
+
+class RecordingServerDelegate : public PZServerSocketDelegate {
+public:
+    ~RecordingServerDelegate() override {
+        for (const auto& a : accepted) {
+            ::close(a.descriptor);
+        }
+    }
+    void serverSocketAcceptedAddress(PZServerSocket&, int descriptor,
+                                     const std::vector<std::uint8_t>& address) override {
+        accepted.push_back({descriptor, address});
+    }
+    void serverSocketClosed(PZServerSocket&) override { ++closed; }
+
+    std::vector<Accepted> accepted;
+    int closed = 0;
 };
