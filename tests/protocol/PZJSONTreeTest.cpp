@@ -79,7 +79,7 @@ TEST(PZJSONTree, setEndOfLastObject_objectWithPendingKey_staysAndTheKeyGetsNull)
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(PZJSONTree, duplicateKeys_lookupFindsFirstDictionaryKeepsLast) {
+TEST(PZJSONTree, getValueForField_duplicateKeys_findsFirstWhileDictionaryKeepsLast) {
     PZJSONTree tree;
     tree.addObject();
     tree.addFieldToLastObject("k");
@@ -95,7 +95,7 @@ TEST(PZJSONTree, duplicateKeys_lookupFindsFirstDictionaryKeepsLast) {
     EXPECT_EQ(*value->asDictionary()->find("k"), PZValue(2));
 }
 
-TEST(PZJSONTree, strings_encodedAndPlain_decodeToTextOrEmpty) {
+TEST(PZJSONTree, setEndOfLastObject_encodedAndPlainStrings_decodeToTextOrEmpty) {
     PZJSONTree tree;
     tree.addArray();
     pushString(tree, "%41");
@@ -109,7 +109,7 @@ TEST(PZJSONTree, strings_encodedAndPlain_decodeToTextOrEmpty) {
     EXPECT_EQ(*value->asArray(), (PZArray{PZValue("A"), PZValue(""), PZValue(true)}));
 }
 
-TEST(PZJSONTree, wrongTopElement_table_logsTheKeptTexts) {
+TEST(PZJSONTree, addToLast_wrongTopElement_logsTheKeptTexts) {
     vxtest::LogRecorder log;
     PZJSONTree tree;
     tree.addFieldToLastObject("k");
@@ -142,7 +142,7 @@ TEST(PZJSONTree, setEndOfLastObject_parentIsStringOrValue_logsAndReturnsNothing)
                                                      "setEndOfLastObject error value"}));
 }
 
-TEST(PZJSONObject, fieldsAndValues_mismatch_logsAndRepairsOrDrops) {
+TEST(PZJSONObject, addFieldAndValue_mismatch_logsAndRepairsOrDrops) {
     vxtest::LogRecorder log;
     PZJSONObject object;
     object.addValueToLastField(PZValue(1));
@@ -159,7 +159,7 @@ TEST(PZJSONObject, fieldsAndValues_mismatch_logsAndRepairsOrDrops) {
     EXPECT_EQ(object.getValueForField("missing"), nullptr);
 }
 
-TEST(PZJSONTree, types_table_followTheTopElement) {
+TEST(PZJSONTree, getCurrentObjectType_eachElementKind_followsTheTop) {
     PZJSONTree tree;
     EXPECT_EQ(tree.getCurrentObjectType(), 3);
     tree.addObject();

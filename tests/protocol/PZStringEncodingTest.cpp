@@ -70,7 +70,7 @@ TEST(PZStringEncoding, stringWithRawURLDecode_table_followsThePieceRules) {
     }
 }
 
-TEST(PZStringEncoding, rawURLRoundTrip_randomUnicodeText_givesTheSameText) {
+TEST(PZStringEncoding, encodeThenDecode_randomUnicodeText_givesTheSameText) {
     std::mt19937 random(12345);
     std::uniform_int_distribution<int> pick(0, 5);
     for (int round = 0; round < 500; ++round) {
@@ -161,7 +161,7 @@ TEST(PZNumberText, intValue_table_saturatesAndStopsAtNonDigits) {
     EXPECT_EQ(PZNumberText::intValue("1.9"), 1);
 }
 
-TEST(PZNumberText, formatters_germanLocale_keepThePoint) {
+TEST(PZNumberText, formatAndRead_germanLocale_keepThePoint) {
     const std::string previous = std::setlocale(LC_ALL, nullptr);
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr) << "the de_DE.UTF-8 locale is needed";
     EXPECT_EQ(PZNumberText::formatFixed(0.5), "0.500000");

@@ -207,7 +207,7 @@ TEST(VXMessageEncoding, getJSONDataAndGetXMLData_everyClass_matchTheWireForms) {
     }
 }
 
-TEST(VXMessageEncoding, wireForms_germanLocale_areUnchanged) {
+TEST(VXMessageEncoding, getJSONDataAndGetXMLData_germanLocale_areUnchanged) {
     const std::string previous = std::setlocale(LC_ALL, nullptr);
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
     for (const auto& c : wireCases()) {
@@ -216,7 +216,7 @@ TEST(VXMessageEncoding, wireForms_germanLocale_areUnchanged) {
     std::setlocale(LC_ALL, previous.c_str());
 }
 
-TEST(VXMessageEncoding, getJSONString_bodies_leaveOutTheEnvelopeAndTheContent) {
+TEST(VXMessageEncoding, getJSONString_anyMessage_leavesOutEnvelopeAndContent) {
     EXPECT_EQ(std::make_shared<VXInfo>("a", "b")->getJSONString(),
               R"j({"subject":"%61","information":"%62"})j");
     EXPECT_EQ(fileWithAttributes()->getJSONString(), R"j({"file":{"originalPath":")j" + E("/tmp/x.txt") +
@@ -228,7 +228,7 @@ TEST(VXMessageEncoding, getJSONString_bodies_leaveOutTheEnvelopeAndTheContent) {
     EXPECT_EQ(VXProcessList::processListWithName(std::nullopt)->getJSONString(), R"j({"elements":[]})j");
 }
 
-TEST(VXMessageEncoding, fileGetXMLString_absolutePath_namesTheFirstComponent) {
+TEST(VXMessageEncoding, getXMLString_fileWithPath_namesTheFirstComponent) {
     auto file = VXFile::fileWithDataPath(bytes(std::string("ab\0cd", 5)), "/tmp/x.txt");
     EXPECT_EQ(*file->getXMLString(),
               R"j(<file path=")j" + E("/tmp/x.txt") + R"j(" name="" length="%35">ab</file>)j");
@@ -245,12 +245,12 @@ TEST(VXMessageEncoding, asciiData_nonASCIIOrZeroByte_isEmptyOrCut) {
     EXPECT_TRUE(list->getJSONData().empty());
 }
 
-TEST(VXMessageEncoding, nonASCIIValues_areEncodedPerUTF16Unit) {
+TEST(VXMessageEncoding, getJSONData_nonASCIIValues_areEncodedPerUTF16Unit) {
     VXInfo info("\xE2\x82\xAC", "\xF0\x9F\x98\x80");
     EXPECT_EQ(text(info.getJSONData()), R"j({"info":{"subject":"%20ac","information":"%d83d%de00"}})j");
 }
 
-TEST(VXMessageEncoding, trackpadNumbers_extremeValues_useSixAndTwoDecimals) {
+TEST(VXMessageEncoding, getJSONStringAndGetXMLString_trackpadExtremeValues_useSixAndTwoDecimals) {
     auto command = trackpad(0, 0);
     command->setShift({0.1234567, 1e7});
     EXPECT_NE(command->getJSONString().find(R"j("shift":{"x":0.123457,"y":10000000.000000})j"),

@@ -144,7 +144,7 @@ TEST(VXProcess, setFrontProcess_reservedPids_doNotReachThePlatform) {
     EXPECT_EQ(asked, (std::vector<std::int64_t>{500, 501}));
 }
 
-TEST(VXProcess, dictionaryAndArchive_roundTrip_keepTheDocumentedKeys) {
+TEST(VXProcess, toDictionaryAndEncodeWithCoder_roundTrip_keepTheDocumentedKeys) {
     VXProcess process("gedit", 4242);
     process.setPath("/usr/bin/gedit");
     process.setMainWindowTitle("Editor");

@@ -84,18 +84,18 @@ void expectFactoryRequests() {
     EXPECT_TRUE(factory.sentRequests().empty());
 }
 
-TEST(VXRequestFactory, requests_table_haveTheirTypeTextAndArguments) {
+TEST(VXRequestFactory, requestFor_everyRequest_hasItsTypeTextAndArguments) {
     expectFactoryRequests();
 }
 
-TEST(VXRequestFactory, requests_germanLocale_formatSizesWithAPoint) {
+TEST(VXRequestFactory, requestFor_germanLocale_formatsSizesWithAPoint) {
     const std::string previous = std::setlocale(LC_ALL, nullptr);
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
     expectFactoryRequests();
     std::setlocale(LC_ALL, previous.c_str());
 }
 
-TEST(VXRequestFactory, applicationList_json_sendsNullText) {
+TEST(VXRequestFactory, requestForApplicationList_json_sendsNullText) {
     VXRequestFactory factory;
     const std::string expected =
         R"j({"request":{"type":")j" + vxtest::E("appList") + R"j(","text":"(null)"}})j";

@@ -176,7 +176,7 @@ TEST(VXTranslatorJSON, translateBytes_singleByteChunksOfAllMessages_giveAllCalls
     }
 }
 
-TEST(VXTranslatorJSON, request_singleByteChunks_hasTypeAndEmptyArguments) {
+TEST(VXTranslatorJSON, translateBytes_requestInSingleByteChunks_hasTypeAndEmptyArguments) {
     Reader reader;
     for (const char c : std::string_view(R"j({"request":{"type":"%69%6e%66%6f"}})j")) {
         feed(reader.translator, std::string_view(&c, 1));
@@ -189,7 +189,7 @@ TEST(VXTranslatorJSON, request_singleByteChunks_hasTypeAndEmptyArguments) {
     EXPECT_EQ(reader.translator.jsonParsingState(), 0);
 }
 
-TEST(VXTranslatorJSON, messagesThatDoNotQualify_table_giveNoCall) {
+TEST(VXTranslatorJSON, translateBytes_messagesThatDoNotQualify_giveNoCall) {
     const std::pair<const char*, const char*> cases[] = {
         {"requestWithoutType", R"j({"request":{"text":"%61"}})j"},
         {"requestNumericType", R"j({"request":{"type":5}})j"},
@@ -227,7 +227,7 @@ TEST(VXTranslatorJSON, decodeAndTellDelegate_severalKeys_fixedOrderDecides) {
     EXPECT_EQ(reader.delegate.calls.size(), 2u);
 }
 
-TEST(VXTranslatorJSON, fileUpload_realFileSink_contentLandsInHomeTmpUnchanged) {
+TEST(VXTranslatorJSON, translateBytes_fileUploadWithFileSink_writesContentToHomeTmpUnchanged) {
     vxtest::TemporaryHome home;
     vxtest::LogRecorder log;
     VXTranslator translator;
@@ -256,7 +256,7 @@ TEST(VXTranslatorJSON, fileUpload_realFileSink_contentLandsInHomeTmpUnchanged) {
     EXPECT_EQ(log.count("STREAM di lunghezza " + std::to_string(content.size())), 1u);
 }
 
-TEST(VXTranslatorJSON, fileUpload_missingTmpFolder_dropsTheBytesAndHasNoLocalPath) {
+TEST(VXTranslatorJSON, translateBytes_fileUploadWithoutTmpFolder_dropsBytesAndHasNoLocalPath) {
     vxtest::TemporaryHome home;
     std::filesystem::remove(home.tmp());
     vxtest::LogRecorder log;
@@ -271,7 +271,7 @@ TEST(VXTranslatorJSON, fileUpload_missingTmpFolder_dropsTheBytesAndHasNoLocalPat
     EXPECT_FALSE(std::filesystem::exists(home.tmp())) << "the folder is not created";
 }
 
-TEST(VXTranslatorJSON, stream_serverFileWriterForm_leavesTheOuterObjectOpen) {
+TEST(VXTranslatorJSON, translateBytes_streamInServerWriterForm_leavesTheOuterObjectOpen) {
     vxtest::LogRecorder log;
     Reader reader;
     auto file = VXFile::fileWithDataPath(vxtest::bytes("abc"), "/p");
@@ -289,7 +289,7 @@ TEST(VXTranslatorJSON, stream_serverFileWriterForm_leavesTheOuterObjectOpen) {
     EXPECT_EQ(reader.delegate.files.size(), 1u);
 }
 
-TEST(VXTranslatorJSON, stream_lengthAbsentAfterOrNotANumber_isEmptyAndSwallowsOneByte) {
+TEST(VXTranslatorJSON, prepareForStream_lengthAbsentLateOrNotANumber_givesEmptyStreamAndSwallowsOneByte) {
     const std::pair<const char*, const char*> cases[] = {
         {"lengthAfterStream", R"j({"file":{"stream":X,"length":3}})j"},
         {"noLength", R"j({"file":{"stream":X}})j"},
@@ -309,7 +309,7 @@ TEST(VXTranslatorJSON, stream_lengthAbsentAfterOrNotANumber_isEmptyAndSwallowsOn
     }
 }
 
-TEST(VXTranslatorJSON, topLevelArray_completed_returnsToStateZero) {
+TEST(VXTranslatorJSON, translateBytes_topLevelArray_returnsToStateZero) {
     Reader reader;
     feed(reader.translator, "[1,[2,3],\"%61\"]");
     EXPECT_EQ(reader.translator.jsonParsingState(), 0);
@@ -318,7 +318,7 @@ TEST(VXTranslatorJSON, topLevelArray_completed_returnsToStateZero) {
     EXPECT_EQ(reader.translator.jsonParsingState(), 0);
 }
 
-TEST(VXTranslatorJSON, topLevelBareValueOrString_leavesStateTwo_andNextMessageIsMisread) {
+TEST(VXTranslatorJSON, translateBytes_topLevelBareValueOrString_misreadsTheNextMessage) {
     for (const char* first : {"5 ", "\"%61\""}) {
         vxtest::LogRecorder log;
         Reader reader;
@@ -334,7 +334,7 @@ TEST(VXTranslatorJSON, topLevelBareValueOrString_leavesStateTwo_andNextMessageIs
     }
 }
 
-TEST(VXTranslatorJSON, emptyObjectAndBadSeparators_areLoggedAndSkipped) {
+TEST(VXTranslatorJSON, translateBytes_emptyObjectOrBadSeparator_logsAndSkips) {
     vxtest::LogRecorder log;
     Reader reader;
     feed(reader.translator, "{}");
@@ -346,7 +346,7 @@ TEST(VXTranslatorJSON, emptyObjectAndBadSeparators_areLoggedAndSkipped) {
     EXPECT_EQ(second.delegate.requests.size(), 1u) << "the stray byte is skipped";
 }
 
-TEST(VXTranslatorJSON, strings_backslashAndPlainText_areNotEscapedOrDecoded) {
+TEST(VXTranslatorJSON, translateBytes_backslashOrPlainText_isNotEscapedOrDecoded) {
     Reader reader;
     feed(reader.translator, R"j({"request":{"type":"%61","text":"plain\","%41":"%42\"}})j");
     ASSERT_EQ(reader.delegate.requests.size(), 1u);
@@ -355,7 +355,7 @@ TEST(VXTranslatorJSON, strings_backslashAndPlainText_areNotEscapedOrDecoded) {
     EXPECT_EQ(*request.arguments()->findString("%41"), "B") << "keys are taken as they are";
 }
 
-TEST(VXTranslatorJSON, numberWithTwoPoints_logsAndStaysInconsistent) {
+TEST(VXTranslatorJSON, translateBytes_numberWithTwoPoints_logsAndStaysInconsistent) {
     vxtest::LogRecorder log;
     Reader reader;
     feed(reader.translator, R"j({"cmd":{"type":"%61","pid":1.2.3}})j");
@@ -367,7 +367,7 @@ TEST(VXTranslatorJSON, numberWithTwoPoints_logsAndStaysInconsistent) {
     EXPECT_TRUE(reader.delegate.calls.empty());
 }
 
-TEST(VXTranslatorJSON, protocolValues_table_onlyZeroAndOneRead) {
+TEST(VXTranslatorJSON, translateBytes_protocolOtherThanZeroOrOne_ignoresInput) {
     Reader reader(7);
     feed(reader.translator, R"j({"request":{"type":"%61"}})j");
     EXPECT_TRUE(reader.delegate.calls.empty());
@@ -377,7 +377,7 @@ TEST(VXTranslatorJSON, protocolValues_table_onlyZeroAndOneRead) {
     EXPECT_EQ(reader.delegate.calls.size(), 1u);
 }
 
-TEST(VXTranslatorJSON, commandLookup_unknownPid_leavesTheNameAbsent) {
+TEST(VXTranslatorJSON, makeCommandWithDictionary_unknownPid_leavesTheNameAbsent) {
     Reader reader;
     feed(reader.translator, R"j({"cmd":{"type":"%61","pid":55,"instruction":"%62"}})j");
     feed(reader.translator, R"j({"cmd":{"type":"%61","pid":321,"processName":"%78"}})j");
@@ -391,7 +391,7 @@ TEST(VXTranslatorJSON, commandLookup_unknownPid_leavesTheNameAbsent) {
 // ---------------------------------------------------------------------------------------------
 // Limits
 
-TEST(VXTranslatorLimits, messageOver16MiB_stopsTellsOnceAndIgnoresTheRest) {
+TEST(VXTranslatorLimits, translateBytes_messageOver16MiB_stopsTellsOnceAndIgnoresTheRest) {
     Reader reader;
     std::string big = R"j({"request":{"type":"%61","text":")j";
     feed(reader.translator, big);
@@ -405,7 +405,7 @@ TEST(VXTranslatorLimits, messageOver16MiB_stopsTellsOnceAndIgnoresTheRest) {
     EXPECT_EQ(reader.delegate.calls.size(), 1u) << "only the limit call";
 }
 
-TEST(VXTranslatorLimits, messageOf15MiB_isRead) {
+TEST(VXTranslatorLimits, translateBytes_messageOf15MiB_isRead) {
     Reader reader;
     feed(reader.translator,
          R"j({"request":{"type":"%61","text":")j" + std::string(15 << 20, 'x') + R"j("}})j");
@@ -413,7 +413,7 @@ TEST(VXTranslatorLimits, messageOf15MiB_isRead) {
     EXPECT_EQ(reader.delegate.requests.size(), 1u);
 }
 
-TEST(VXTranslatorLimits, nesting_257LevelsExceed_256Read) {
+TEST(VXTranslatorLimits, translateBytes_nesting257Levels_exceedsWhile256AreRead) {
     Reader deep;
     feed(deep.translator, std::string(257, '['));
     EXPECT_EQ(deep.delegate.limits, std::vector<VXTranslatorLimit>{VXTranslatorLimit::nestingDepth});
@@ -424,7 +424,7 @@ TEST(VXTranslatorLimits, nesting_257LevelsExceed_256Read) {
     EXPECT_EQ(fine.delegate.requests.size(), 1u);
 }
 
-TEST(VXTranslatorLimits, streamLength_over512MiBOrNegative_exceeds) {
+TEST(VXTranslatorLimits, prepareForStream_lengthOver512MiBOrNegative_exceeds) {
     for (const char* length : {"536870913", "-1", "1e300"}) {
         Reader reader;
         feed(reader.translator, std::string(R"j({"file":{"length":)j") + length + R"j(,"stream":)j");
@@ -438,7 +438,7 @@ TEST(VXTranslatorLimits, streamLength_over512MiBOrNegative_exceeds) {
     EXPECT_EQ(exact.translator.jsonParsingState(), 6);
 }
 
-TEST(VXTranslatorLimits, objectsWithManyKeysAndStreams_areReadInLinearTime) {
+TEST(VXTranslatorLimits, translateBytes_objectsWithManyKeysAndStreams_areReadInLinearTime) {
     // Quadratic lookups would keep this test busy for hours; it must finish well within its timeout.
     Reader reader;
     reader.translator.setStreamSink(std::make_shared<VXDiscardingStreamSink>());
@@ -462,7 +462,7 @@ TEST(VXTranslatorLimits, objectsWithManyKeysAndStreams_areReadInLinearTime) {
     EXPECT_EQ(log.count("STREAM di lunghezza 1"), 100000u);
 }
 
-TEST(VXTranslatorLimits, skippedBytesAndStreamContent_costNothing) {
+TEST(VXTranslatorLimits, translateBytes_skippedBytesAndStreamContent_costNothing) {
     Reader reader;
     const std::string spaces(1 << 20, ' ');
     for (int i = 0; i < 20; ++i) {

@@ -122,7 +122,7 @@ TEST(VXTranslatorXML, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCall
     }
 }
 
-TEST(VXTranslatorXML, serverWrittenElements_readBack_giveEqualMessages) {
+TEST(VXTranslatorXML, translateBytes_serverWrittenElements_giveEqualMessages) {
     vxtest::LogRecorder log;
     Reader reader;
     VXRequest request("directory", "/home/u", [] {
@@ -145,7 +145,7 @@ TEST(VXTranslatorXML, serverWrittenElements_readBack_giveEqualMessages) {
     EXPECT_EQ(reader.delegate.commands[0]->getJSONString(), command.getJSONString());
 }
 
-TEST(VXTranslatorXML, requestSwitchingToJSON_restOfTheChunk_isReadAsJSON) {
+TEST(VXTranslatorXML, translateBytes_delegateSwitchesToJSONOnRequestOrInfo_readsRestOfChunkAsJSON) {
     for (const bool viaInfo : {false, true}) {
         Reader reader;
         reader.delegate.switchToJSONOnRequest = !viaInfo;
@@ -163,7 +163,7 @@ TEST(VXTranslatorXML, requestSwitchingToJSON_restOfTheChunk_isReadAsJSON) {
     }
 }
 
-TEST(VXTranslatorXML, commandSwitchingProtocol_restOfTheChunkStaysXML) {
+TEST(VXTranslatorXML, translateBytes_delegateSwitchesOnCommand_restOfChunkStaysXML) {
     class Switcher : public RecordingDelegate {
     public:
         void translatorDidGetCommand(VXTranslator& translator, std::shared_ptr<VXCommand> command) override {
@@ -177,7 +177,7 @@ TEST(VXTranslatorXML, commandSwitchingProtocol_restOfTheChunkStaysXML) {
     EXPECT_EQ(delegate.calls.size(), 2u);
 }
 
-TEST(VXTranslatorXML, trackpadContent_notTwoParts_givesNoShift) {
+TEST(VXTranslatorXML, makeCommandWithArgumentsContent_contentNotTwoParts_givesNoShift) {
     for (const char* content : {"1;2;3", "5", ""}) {
         Reader reader;
         feed(reader.translator,
@@ -189,7 +189,7 @@ TEST(VXTranslatorXML, trackpadContent_notTwoParts_givesNoShift) {
     }
 }
 
-TEST(VXTranslatorXML, fileElement_realFileSink_writesContentHoldingAngleBracket) {
+TEST(VXTranslatorXML, translateBytes_fileElementWithFileSink_writesContentHoldingAngleBracket) {
     vxtest::TemporaryHome home;
     vxtest::LogRecorder log;
     VXTranslator translator;
@@ -209,7 +209,7 @@ TEST(VXTranslatorXML, fileElement_realFileSink_writesContentHoldingAngleBracket)
     EXPECT_EQ(delegate.infos.size(), 1u);
 }
 
-TEST(VXTranslatorXML, fileElement_existingFileAndLinks_areReplacedNotFollowed) {
+TEST(VXTranslatorXML, translateBytes_fileElementOverFileOrLink_replacesWithoutFollowing) {
     vxtest::TemporaryHome home;
     vxtest::LogRecorder log;
     const auto victim = home.path() / "victim";
@@ -228,7 +228,7 @@ TEST(VXTranslatorXML, fileElement_existingFileAndLinks_areReplacedNotFollowed) {
     EXPECT_EQ(replaced.str(), "z");
 }
 
-TEST(VXTranslatorXML, fileElementNames_table_areReducedToTheLastComponent) {
+TEST(VXTranslatorXML, translateBytes_fileElementNames_areReducedToTheLastComponent) {
     const std::pair<std::string, std::optional<std::string>> cases[] = {
         {"../../etc/passwd", "mem:passwd"},
         {"/abs/name.txt", "mem:name.txt"},
@@ -254,7 +254,7 @@ TEST(VXTranslatorXML, fileElementNames_table_areReducedToTheLastComponent) {
     }
 }
 
-TEST(VXTranslatorXML, fileElementWithoutLengthOrName_isLoggedAndSkipped) {
+TEST(VXTranslatorXML, translateBytes_fileElementWithoutLengthOrName_logsAndSkips) {
     vxtest::LogRecorder log;
     Reader reader;
     feed(reader.translator,
@@ -267,7 +267,7 @@ TEST(VXTranslatorXML, fileElementWithoutLengthOrName_isLoggedAndSkipped) {
     EXPECT_EQ(reader.delegate.infos.size(), 1u);
 }
 
-TEST(VXTranslatorXML, malformedElements_table_areDroppedAndReadingGoesOn) {
+TEST(VXTranslatorXML, translateBytes_malformedElements_areDroppedAndReadingGoesOn) {
     struct Case {
         const char* name;
         std::string wire;
@@ -295,14 +295,14 @@ TEST(VXTranslatorXML, malformedElements_table_areDroppedAndReadingGoesOn) {
     }
 }
 
-TEST(VXTranslatorXML, elementWithoutAttributes_firstGreaterThanEndsOnlyTheName_isNotDispatched) {
+TEST(VXTranslatorXML, translateBytes_elementWithoutAttributes_isNotDispatched) {
     Reader reader;
     feed(reader.translator, "<process>%61</process>");
     EXPECT_TRUE(reader.delegate.calls.empty());
     EXPECT_EQ(reader.translator.parsingState(), 3) << "the content was taken for an attribute name";
 }
 
-TEST(VXTranslatorXML, limits_hugeContentOrFileLength_exceed) {
+TEST(VXTranslatorXML, translateBytes_hugeContentOrFileLength_exceedsLimit) {
     Reader content;
     feed(content.translator, R"j(<info subject="%61">)j");
     const std::string chunk(1 << 20, '1');
@@ -322,7 +322,7 @@ TEST(VXTranslatorXML, limits_hugeContentOrFileLength_exceed) {
     }
 }
 
-TEST(VXTranslatorXML, elementWithManyAttributes_isReadInLinearTime) {
+TEST(VXTranslatorXML, translateBytes_elementWithManyAttributes_isReadInLinearTime) {
     Reader reader;
     std::string element = R"(<request type="%61")";
     for (int i = 0; i < 200000; ++i) {
@@ -333,7 +333,7 @@ TEST(VXTranslatorXML, elementWithManyAttributes_isReadInLinearTime) {
     EXPECT_EQ(reader.delegate.requests[0]->arguments()->size(), 150000u);
 }
 
-TEST(VXTranslatorXML, limits_junkOutsideElementsAndLargeFileContent_costNothing) {
+TEST(VXTranslatorXML, translateBytes_junkOutsideElementsAndLargeFileContent_costNothing) {
     Reader reader;
     reader.translator.setStreamSink(std::make_shared<VXDiscardingStreamSink>());
     const std::string junk(1 << 20, 'j');
