@@ -127,25 +127,6 @@ TEST(ServerSession, password_heldRequests_answeredInArrivalOrderOnceTheRightPass
     EXPECT_TRUE(hasEvent(server->events(), Kind::Info, "password=guess"));
 }
 
-TEST(ServerSession, password_handshakeWithTheRightOrWrongPassword) {
-    ServerHarness::Options options;
-    options.password = "s3cret";
-    auto server = ServerHarness::start(options);
-    auto who = identity();
-    who.password = "s3cret";
-    auto phone = conformPhone(*server, who);
-    EXPECT_TRUE(ask(*phone, "info", "vx"));
-
-    auto intruder = connectPhone(*server);
-    who.password = "wrong";
-    try {
-        intruder->handshake(who);
-        FAIL() << "the wrong password was accepted";
-    } catch (const PZException& e) {
-        EXPECT_EQ(e.reason(), "wrong password");
-    }
-}
-
 TEST(ServerSession, handshake_noPasswordConfigured_noPasswordRequestAndRequestsAnsweredAtOnce) {
     auto server = ServerHarness::start();
     auto phone = connectPhone(*server);

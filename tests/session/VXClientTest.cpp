@@ -119,13 +119,4 @@ TEST_F(VXClientTest, identity_onlyAVxVersion_isVelorixOfThatVersion) {
     EXPECT_EQ(session.client->info().size(), 5u);
 }
 
-TEST_F(VXClientTest, translatorDidGetInfo_incompleteInfo_isIgnored) {
-    DetachedSession session(*system_);
-    VXTranslator translator;
-    session.client->translatorDidGetInfo(translator, VXInfo::infoWithSubjectInformation("app", std::nullopt));
-    session.client->translatorDidGetInfo(translator,
-                                         VXInfo::infoWithSubjectInformation(std::nullopt, "Quillo"));
-    EXPECT_TRUE(session.client->info().empty());
-}
-
 } // namespace
