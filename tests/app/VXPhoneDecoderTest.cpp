@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -153,6 +154,11 @@ std::vector<Golden> goldens() {
     return g;
 }
 
+// Test names and failure messages show the case's name, not its bytes.
+void PrintTo(const Golden& golden, std::ostream* out) {
+    *out << golden.name;
+}
+
 void expectGolden(const Golden& golden, const VXPhoneMessage& message) {
     EXPECT_EQ(message.kind, golden.kind) << golden.name;
     EXPECT_EQ(message.type, golden.type) << golden.name;
@@ -230,6 +236,10 @@ struct HostileCase {
     std::string input;
     const char* error; // a part of the expected reason
 };
+
+void PrintTo(const HostileCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class HostileTest : public ::testing::TestWithParam<HostileCase> {};
 
