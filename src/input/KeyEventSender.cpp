@@ -176,6 +176,9 @@ void KeyEventSender::sendResolved(int evdevCode, bool lockSensitive, const std::
     if (releaseCaps) {
         tap(capsKey);
     }
+    if (releaseCaps || lockNum) {
+        layout_->lockKeysPressed();
+    }
 }
 
 bool KeyEventSender::sendKeyCode(int code, int kind, const std::vector<int>& modifiers) {

@@ -31,6 +31,9 @@ public:
     virtual bool layoutChanged() { return false; }
     // The locked modifiers of the real keyboard; nothing when they cannot be known.
     virtual std::optional<LockState> lockState() { return std::nullopt; }
+    // Told after the key events pressed a lock key (Caps Lock, Num Lock) themselves, so that the next
+    // lockState() does not go by reports from the middle of those presses.
+    virtual void lockKeysPressed() {}
 
     // Binds `keysym` to a spare key until releaseTemporaryKeys gives it back; the evdev code to
     // press, or nothing when no key can be bound (only X11 can).

@@ -225,11 +225,19 @@ TEST_F(X11InputTest, execute_capsLockLocked_textAsAskedAndLockKept) {
     XTestFakeKeyEvent(dpy, caps, True, CurrentTime);
     XTestFakeKeyEvent(dpy, caps, False, CurrentTime);
     XSync(dpy, False);
+    // The layout follows the lock through the server's events, which reach it a moment later.
+    ASSERT_TRUE(window_.waitFor([&] {
+        const auto locks = layout_->lockState();
+        return locks && locks->capsLock;
+    }));
     typeText("aB");
     EXPECT_EQ(window_.waitForText("aB"), "aB");
-    XkbStateRec state{};
-    XkbGetState(dpy, XkbUseCoreKbd, &state);
-    EXPECT_NE(state.locked_mods & LockMask, 0);
+    // Locked again after the last key (its events may still be on their way when the text is there).
+    EXPECT_TRUE(window_.waitFor([&] {
+        XkbStateRec state{};
+        XkbGetState(dpy, XkbUseCoreKbd, &state);
+        return (state.locked_mods & LockMask) != 0;
+    }));
     XCloseDisplay(dpy);
 }
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-// The Exec= key of a desktop entry turned into an argument vector, as the Desktop Entry
-// Specification describes it: the string escapes of the key's value, then arguments separated by
+// The Exec= key of a desktop entry turned into an argument vector by freedesktop.org's rules for
+// desktop entries: the string escapes of the key's value, then arguments separated by
 // spaces, double-quoted arguments with \" \` \$ \\ inside, and the field codes (%f %U %i ...) dropped;
 // "%%" is a percent sign. No shell takes part. Nothing when the value is malformed (an unclosed
 // quote, an empty program).

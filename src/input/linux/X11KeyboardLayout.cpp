@@ -94,11 +94,13 @@ bool X11KeyboardLayout::loadKeymap() {
     xcb_connection_t* c = connection_->display()->xcb();
     const unsigned previousGroup = group_;
     // The state first: the keymap is read for the group locked now.
-    Reply<xcb_xkb_get_state_reply_t> state(xcb_xkb_get_state_reply(
-        c, xcb_xkb_get_state(c, static_cast<xcb_xkb_device_spec_t>(deviceId_)), nullptr));
+    const xcb_xkb_get_state_cookie_t cookie =
+        xcb_xkb_get_state(c, static_cast<xcb_xkb_device_spec_t>(deviceId_));
+    Reply<xcb_xkb_get_state_reply_t> state(xcb_xkb_get_state_reply(c, cookie, nullptr));
     if (state) {
         group_ = state->lockedGroup;
         lockedMods_ = state->lockedMods;
+        lockedModsSequence_ = cookie.sequence;
     }
     keymap_ = XkbKeymap::fromX11Device(c, deviceId_);
     if (!keymap_) {
@@ -184,7 +186,9 @@ void X11KeyboardLayout::readEvents() {
                 break;
             case XCB_XKB_STATE_NOTIFY: {
                 const auto* state = reinterpret_cast<const xcb_xkb_state_notify_event_t*>(event);
-                lockedMods_ = state->lockedMods;
+                if (event->full_sequence >= lockedModsSequence_) {
+                    lockedMods_ = state->lockedMods;
+                }
                 if (state->lockedGroup != group_) {
                     changed_ = true;
                 }
@@ -244,6 +248,18 @@ std::optional<KeyboardLayout::LockState> X11KeyboardLayout::lockState() {
     auto lock = connection_->lock();
     if (!ensure() || deviceId_ < 0) {
         return std::nullopt;
+    }
+    if (lockStateStale_) {
+        // After our own lock key presses the reports come in pairs: ask the server where they ended.
+        xcb_connection_t* c = connection_->display()->xcb();
+        const xcb_xkb_get_state_cookie_t cookie =
+            xcb_xkb_get_state(c, static_cast<xcb_xkb_device_spec_t>(deviceId_));
+        Reply<xcb_xkb_get_state_reply_t> reply(xcb_xkb_get_state_reply(c, cookie, nullptr));
+        if (reply) {
+            lockedMods_ = reply->lockedMods;
+            lockedModsSequence_ = cookie.sequence;
+            lockStateStale_ = false;
+        }
     }
     readEvents();
     LockState state;

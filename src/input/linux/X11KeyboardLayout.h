@@ -32,6 +32,7 @@ public:
     std::optional<int> keyForKeysym(std::uint32_t keysym) override;
     bool layoutChanged() override;
     std::optional<LockState> lockState() override;
+    void lockKeysPressed() override { lockStateStale_ = true; }
     std::optional<int> bindTemporaryKey(std::uint32_t keysym) override;
     void releaseTemporaryKeys(bool all) override;
 
@@ -63,6 +64,10 @@ private:
     bool changed_ = false;
     unsigned group_ = 0;
     std::uint8_t lockedMods_ = 0;
+    // The request after which lockedMods_ was read from the server: older reports are not used.
+    std::uint64_t lockedModsSequence_ = 0;
+    // Our own lock key presses may still be reported: read the state from the server next time.
+    bool lockStateStale_ = false;
     std::vector<int> spareKeycodes_;
     std::vector<TemporaryKey> temporary_;
 };
