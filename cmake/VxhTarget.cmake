@@ -13,8 +13,9 @@ function(vxh_add_layer name)
     target_link_libraries(vxh_${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
 endfunction()
 
-# vxh_add_test(NAME SOURCES ... [DEPENDS ...] [LABELS ...]) makes a GoogleTest executable
-# registered with CTest test by test. LABELS "concurrency" puts it in the ThreadSanitizer run.
+# vxh_add_test(NAME SOURCES ... [DEPENDS ...] [LABELS ...] [TIMEOUT s] [PROPERTIES ...]) makes a
+# GoogleTest executable registered with CTest test by test. LABELS "concurrency" puts it in the
+# ThreadSanitizer run, "no-asan" keeps it out of the AddressSanitizer one.
 function(vxh_add_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPENDS;LABELS;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
@@ -29,5 +30,15 @@ function(vxh_add_test name)
     endif()
     gtest_discover_tests(${name}
         DISCOVERY_TIMEOUT 60
-        PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
+        PROPERTIES TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
+    # A list does not pass through the discovery's properties: the labels are set on the
+    # discovered tests afterwards, by a file CTest reads after the discovery's own.
+    if(ARG_LABELS)
+        set(labels_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)
+        file(WRITE ${labels_file}
+            "if(${name}_TESTS)\n"
+            "    set_tests_properties(\${${name}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\n"
+            "endif()\n")
+        set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels_file})
+    endif()
 endfunction()
