@@ -214,11 +214,11 @@ std::optional<std::int64_t> X11ProcessActivator::activateProcessNamed(const std:
 
 bool X11ProcessActivator::waitForFocus(std::int64_t pid, std::chrono::milliseconds timeout) {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (focus_ != 0 && focusPid_ == pid) {
+        return true; // confirmed by the activation a moment ago, and watched since
+    }
     if (display() == nullptr) {
         return false;
-    }
-    if (focus_ != 0 && focusPid_ == pid) {
-        return true; // confirmed a moment ago, and watched since
     }
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (true) {
