@@ -18,62 +18,13 @@
 #include <string>
 #include <vector>
 
-#include "E2ESubprocess.h"
-#include "app/AppTestSupport.h"
+#include "VelorixHelperE2ETest.h"
 #include "phone/VXPhone.h"
 #include "support/TestPlatform.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-const std::string kServer = VXH_VELORIXHELPER_PATH;
-const std::string kCtl = VXH_VELORIXCTL_PATH;
-
-class VelorixHelperE2ETest : public ::testing::Test {
-protected:
-    std::map<std::string, std::optional<std::string>> environment() const {
-        return {{"HOME", home_.path().string()}, {"XDG_CONFIG_HOME", (home_.path() / "config").string()}};
-    }
-
-    std::unique_ptr<E2ESubprocess> startServer(const std::vector<std::string>& args,
-                                               std::map<std::string, std::optional<std::string>> extra = {}) {
-        auto env = environment();
-        env.insert(extra.begin(), extra.end());
-        return std::make_unique<E2ESubprocess>(kServer, args, env);
-    }
-
-    // The port named by the "Waiting for connections on port N" line, or 0 when it did not come.
-    static int waitForPort(E2ESubprocess& server) {
-        const auto line = server.waitForError("Waiting for connections on port ", 30s);
-        if (!line) {
-            return 0;
-        }
-        return std::stoi(line->substr(line->rfind(' ') + 1));
-    }
-
-    // The first launch writes the default settings (port 2846 among them): later runs keep what is stored.
-    void firstLaunch() {
-        auto server = startServer({"--headless", "--port", "0"});
-        ASSERT_GT(waitForPort(*server), 0) << server->errors();
-        server->signal(SIGTERM);
-        ASSERT_EQ(server->wait(30s), 0);
-    }
-
-    E2ESubprocess::Result config(const std::vector<std::string>& words) {
-        std::vector<std::string> args{"config"};
-        args.insert(args.end(), words.begin(), words.end());
-        return E2ESubprocess::run(kServer, args, environment());
-    }
-
-    E2ESubprocess::Result ctl(int port, const std::vector<std::string>& words) {
-        std::vector<std::string> args{"--port", std::to_string(port)};
-        args.insert(args.end(), words.begin(), words.end());
-        return E2ESubprocess::run(kCtl, args, environment());
-    }
-
-    apptest::TemporaryFolder home_;
-};
 
 TEST_F(VelorixHelperE2ETest, headless_phoneHandshake_infoAnsweredInBothEncodings) {
     auto server = startServer({"--headless", "--port", "0"});
