@@ -23,13 +23,17 @@
 #include "support/XvfbProcess.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <spawn.h>
 #include <string>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -95,6 +99,53 @@ Figures keyboardLatency(VXCommandExecute& executor, TestWindow& window, int roun
         }
     }
     inExecutor = summarise(executing);
+    return summarise(micros);
+}
+
+// The transport's share of the server figures: from a write on a loopback TCP connection (TCP_NODELAY,
+// as both ends set it) to a thread blocked in read() on the other end having the bytes.
+Figures loopbackLatency(int rounds) {
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    ::listen(listener, 1);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    const int writer = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ::connect(writer, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    const int reader = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int one = 1;
+    ::setsockopt(writer, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
+    ::setsockopt(reader, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
+
+    std::vector<long long> arrived(static_cast<std::size_t>(rounds + 50));
+    std::thread readerThread([&] {
+        char byte = 0;
+        for (auto& at : arrived) {
+            if (::read(reader, &byte, 1) != 1) {
+                return;
+            }
+            at = nowNs();
+            ::write(reader, &byte, 1); // lets the writer go on
+        }
+    });
+    std::vector<double> micros;
+    char byte = 'k';
+    for (std::size_t i = 0; i < arrived.size(); ++i) {
+        const long long sent = nowNs();
+        if (::write(writer, &byte, 1) != 1 || ::read(writer, &byte, 1) != 1) {
+            break;
+        }
+        if (i >= 50) {
+            micros.push_back(static_cast<double>(arrived[i] - sent) / 1000.0);
+        }
+    }
+    readerThread.join();
+    ::close(reader);
+    ::close(writer);
+    ::close(listener);
     return summarise(micros);
 }
 
@@ -325,6 +376,9 @@ int main(int argc, char** argv) {
     const Figures raw = rawXTestLatency(xvfb.name(), window, rounds);
     std::printf("bare XTest key press -> key press at the window: median %.1f us, p99 %.1f us\n", raw.median,
                 raw.p99);
+    const Figures loopback = loopbackLatency(rounds);
+    std::printf("loopback TCP write -> bytes read by a waiting thread: median %.1f us, p99 %.1f us\n",
+                loopback.median, loopback.p99);
     const Figures key = phoneKeyboardLatency(*phone, window, rounds);
     std::printf(
         "keyboard command written to the server -> key press at the window: median %.1f us, p99 %.1f us\n",
