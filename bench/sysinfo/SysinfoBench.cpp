@@ -1,7 +1,10 @@
-// Figures of the system information: a whole-screen screenshot (capture and JPEG) against ImageMagick's
-// import on the same screen, the list of processes with 50 windows, the applications list over 300
-// desktop entries, and a 64x64 application icon. Runs its own X server; prints medians.
+// Figures of the system information: a whole-screen screenshot (capture and JPEG in process, and the
+// screenshot request to the real velorixhelper from the phone code) against ImageMagick's import on the
+// same screen, the list of processes with 50 windows, the applications list over 300 desktop entries, and
+// a 64x64 application icon. Runs its own X server; prints medians.
 //   sysinfo_bench [repetitions]
+#include "E2ESubprocess.h"
+#include "phone/VXPhone.h"
 #include "protocol/VXProcess.h"
 #include "support/XvfbProcess.h"
 #include "sysinfo/VXJPEGEncoder.h"
@@ -24,6 +27,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +35,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <spawn.h>
+#include <sstream>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
@@ -59,6 +66,45 @@ double childrenMilliseconds() {
         return static_cast<double>(t.tv_sec) * 1000.0 + static_cast<double>(t.tv_usec) / 1000.0;
     };
     return ms(usage.ru_utime) + ms(usage.ru_stime);
+}
+
+// The times of `repetitions` runs of work, in milliseconds, sorted.
+std::vector<double> sortedMilliseconds(int repetitions, const std::function<void()>& work) {
+    std::vector<double> times;
+    for (int i = 0; i < repetitions; ++i) {
+        const auto start = Clock::now();
+        work();
+        times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+    }
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+// The p-th percentile (0 < p <= 100) of sorted times: the smallest time at least p percent of them reach.
+double percentile(const std::vector<double>& sorted, double p) {
+    const auto rank = static_cast<std::size_t>(std::ceil(p / 100.0 * static_cast<double>(sorted.size())));
+    return sorted[std::clamp<std::size_t>(rank, 1, sorted.size()) - 1];
+}
+
+// Processor time of another process of this user so far (user and system), in milliseconds.
+double processMilliseconds(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // The fields after the command name (in parentheses, which may hold spaces): state is the third
+    // field, utime and stime the 14th and 15th.
+    const auto close = text.rfind(')');
+    if (close == std::string::npos) {
+        return 0;
+    }
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    double ticks = 0;
+    for (int i = 3; i <= 15 && fields >> field; ++i) {
+        if (i >= 14) {
+            ticks += std::stod(field);
+        }
+    }
+    return ticks * 1000.0 / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 double medianMilliseconds(int repetitions, const std::function<void()>& work) {
@@ -171,6 +217,62 @@ int runCommand(std::vector<std::string> arguments, const std::string& display) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// The whole-screen screenshot request to the real velorixhelper on `display`, from the request sent to
+// the whole answer (with its JPEG) received and decoded by the phone code, over a loopback connection.
+struct RequestFigures {
+    std::vector<double> times;  // sorted, milliseconds
+    double serverProcessor = 0; // the server's processor time per request, milliseconds
+    double phoneProcessor = 0;  // this process's, milliseconds
+    std::size_t jpegSize = 0;
+    std::string failure;
+};
+
+RequestFigures benchScreenshotRequest(const std::string& display, int repetitions) {
+    RequestFigures figures;
+    char pattern[] = "/tmp/vxh-bench-home-XXXXXX";
+    const std::string home = mkdtemp(pattern);
+    {
+        E2ESubprocess server(VXH_VELORIXHELPER_PATH, {"--headless", "--port", "0"},
+                             {{"DISPLAY", display}, {"HOME", home}, {"XDG_CONFIG_HOME", home + "/config"}});
+        const auto line = server.waitForError("Waiting for connections on port ", std::chrono::seconds(30));
+        if (!line) {
+            figures.failure = "the server did not start: " + server.errors();
+            std::filesystem::remove_all(home);
+            return figures;
+        }
+        const int port = std::stoi(line->substr(line->rfind(' ') + 1));
+        try {
+            auto phone = VXPhone::connect("127.0.0.1", port);
+            phone->handshake(VXPhone::Identity{});
+            const auto shot = [&] {
+                phone->sendRequest("screenshot");
+                const auto answer = phone->receiveMatching(
+                    [](const VXPhoneMessage& m) { return m.kind == "screenshot" || m.isError(); },
+                    std::chrono::seconds(10));
+                if (!answer || answer->kind != "screenshot" || answer->stream.empty()) {
+                    throw std::runtime_error(answer ? answer->toJSON() : "no answer");
+                }
+                figures.jpegSize = answer->stream.size();
+            };
+            // The first request connects the server's capture and makes its buffers.
+            for (int i = 0; i < 5; ++i) {
+                shot();
+            }
+            const double serverBefore = processMilliseconds(server.pid());
+            const double phoneBefore = processMilliseconds();
+            figures.times = sortedMilliseconds(repetitions, shot);
+            figures.serverProcessor = (processMilliseconds(server.pid()) - serverBefore) / repetitions;
+            figures.phoneProcessor = (processMilliseconds() - phoneBefore) / repetitions;
+        } catch (const std::exception& error) {
+            figures.failure = error.what();
+        }
+        server.signal(SIGTERM);
+        server.wait(std::chrono::seconds(10));
+    }
+    std::filesystem::remove_all(home);
+    return figures;
+}
+
 void benchScreenshot(int repetitions) {
     XvfbProcess xvfb;
     if (!xvfb.start(1920, 1080) || !paintRoot(xvfb.name(), desktopImage(1920, 1080))) {
@@ -208,16 +310,33 @@ void benchScreenshot(int repetitions) {
     std::error_code error;
     const auto importSize = std::filesystem::file_size(output, error);
     std::filesystem::remove(output, error);
+    // The request through the server, as many times again as the in-process figures (at least 200, for
+    // the 99th percentile), on the same screen.
+    const auto request = benchScreenshotRequest(xvfb.name(), std::max(200, repetitions * 10));
     std::printf(
         "screenshot 1920x1080 capture+JPEG q10: median %.2f ms (capture alone %.2f ms), processor %.2f ms, "
         "%zu bytes, shm %s\n",
         ours, captureOnly, oursProcessor, jpegSize, grabber.lastCaptureUsedSharedMemory() ? "yes" : "no");
+    double requestMedian = 0;
+    if (request.failure.empty()) {
+        requestMedian = percentile(request.times, 50);
+        std::printf(
+            "screenshot request to velorixhelper, request sent to answer received (%zu requests): median "
+            "%.2f ms, p99 %.2f ms, min %.2f ms; processor per request: server %.2f ms, phone %.2f ms; "
+            "%zu bytes (goal median <= 12 ms)\n",
+            request.times.size(), requestMedian, percentile(request.times, 99), request.times.front(),
+            request.serverProcessor, request.phoneProcessor, request.jpegSize);
+    } else {
+        std::printf("screenshot request to velorixhelper: failed: %s\n", request.failure.c_str());
+    }
     if (importStatus == 0) {
         std::printf(
             "import -window root -quality 10: median %.1f ms, processor %.1f ms, %llu bytes; ratio %.1fx "
-            "wall-clock, %.1fx processor (goal >= 8x)\n",
+            "wall-clock, %.1fx processor (capture+JPEG); to the request: %.1fx wall-clock (medians), %.1fx "
+            "processor (server and phone) (goal >= 8x)\n",
             import, importProcessor, static_cast<unsigned long long>(importSize), import / ours,
-            importProcessor / oursProcessor);
+            importProcessor / oursProcessor, requestMedian > 0 ? import / requestMedian : 0.0,
+            requestMedian > 0 ? importProcessor / (request.serverProcessor + request.phoneProcessor) : 0.0);
     } else {
         std::printf("import: not available (status %d)\n", importStatus);
     }
