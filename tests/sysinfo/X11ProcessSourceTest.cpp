@@ -64,7 +64,7 @@ class X11ProcessSourceTest : public testing::Test {
 protected:
     void SetUp() override {
         VXH_REQUIRE_PLATFORM(platformInstalled(), "Xvfb or openbox is not installed");
-        ASSERT_TRUE(xvfb_.start(1280, 800));
+        ASSERT_TRUE(xvfb_.startRestartable(1280, 800));
         ASSERT_TRUE(xvfb_.startWindowManager());
         desktop_ = std::make_unique<X11TestDesktop>(xvfb_.name());
         ASSERT_TRUE(desktop_->ok());

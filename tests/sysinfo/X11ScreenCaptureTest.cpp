@@ -67,7 +67,7 @@ class X11ScreenCaptureTest : public testing::Test {
 protected:
     void SetUp() override {
         VXH_REQUIRE_PLATFORM(xvfbInstalled(), "Xvfb is not installed");
-        ASSERT_TRUE(xvfb_.start(1280, 800));
+        ASSERT_TRUE(xvfb_.startRestartable(1280, 800));
         desktop_ = std::make_unique<X11TestDesktop>(xvfb_.name());
         ASSERT_TRUE(desktop_->ok());
         desktop_->fillRoot(0, 0, 1280, 800, 0x404040);

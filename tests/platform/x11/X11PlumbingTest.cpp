@@ -170,7 +170,7 @@ TEST_F(X11Plumbing, windowIcon_malformedOrMissing_givesNothing) {
 TEST(X11ConnectionLoss, serverGoesAway_displayMarkedLostThenReconnects) {
     VXH_REQUIRE_PLATFORM(xvfbInstalled(), "Xvfb is not installed");
     XvfbProcess server;
-    ASSERT_TRUE(server.start(640, 480));
+    ASSERT_TRUE(server.startRestartable(640, 480));
     const int number = server.number();
 
     X11Connection connection("test", server.name());
