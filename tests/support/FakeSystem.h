@@ -1,13 +1,13 @@
 #pragma once
 
 #include "input/SystemControls.h"
-#include "sysinfo/VXAudioOutput.h"
-#include "sysinfo/VXBacklight.h"
-#include "sysinfo/VXDesktopSettings.h"
 #include "sysinfo/VXImageRenderer.h"
 #include "sysinfo/VXMimeTypes.h"
-#include "sysinfo/VXProcessSource.h"
-#include "sysinfo/VXScreenGrabber.h"
+#include "sysinfo/fakes/FakeAudioOutput.h"
+#include "sysinfo/fakes/FakeBacklight.h"
+#include "sysinfo/fakes/FakeDesktopSettings.h"
+#include "sysinfo/fakes/FakeProcessSource.h"
+#include "sysinfo/fakes/FakeScreenGrabber.h"
 
 #include <atomic>
 #include <map>
@@ -26,78 +26,8 @@ class VXSystemInfo;
 // Every fake may be used from several threads.
 class FakeSystem {
 public:
-    // Running processes with a user interface, changed by the test.
-    class Processes : public VXProcessSource {
-    public:
-        void setProcesses(std::vector<VXRunningProcess> processes);
-        std::vector<VXRunningProcess> uiProcesses() override;
-        std::optional<VXRunningProcess> processWithPid(std::int64_t pid) override;
-        // Every process has a 2x2 window icon.
-        std::optional<VXArgbImage> windowIcon(std::int64_t pid, int size) override;
-
-    private:
-        std::mutex mutex_;
-        std::vector<VXRunningProcess> processes_;
-    };
-
-    // One output device whose volume the test sets.
-    class Audio : public VXAudioOutput {
-    public:
-        void setLevel(float volume) { volume_.store(volume); }
-        float level() const { return volume_.load(); }
-        std::uint32_t defaultOutputDevice() override { return 1; }
-        std::optional<float> volume(std::uint32_t) override { return volume_.load(); }
-        bool canSetVolume(std::uint32_t) override { return true; }
-        bool setVolume(std::uint32_t, float volume) override;
-        bool canSetMute(std::uint32_t) override { return true; }
-        bool setMute(std::uint32_t, bool muted) override;
-        std::optional<bool> muted(std::uint32_t) override { return muted_.load(); }
-
-    private:
-        std::atomic<float> volume_{0.5f};
-        std::atomic<bool> muted_{false};
-    };
-
-    // One display whose brightness the test sets.
-    class Backlight : public VXBacklight {
-    public:
-        void setLevel(float brightness) { brightness_.store(brightness); }
-        int activeDisplays(std::size_t capacity, std::vector<std::uint32_t>& displays) override;
-        int getBrightness(std::uint32_t, float& value) override;
-        int setBrightness(std::uint32_t, float value) override;
-
-    private:
-        std::atomic<float> brightness_{0.75f};
-    };
-
-    // A 320x200 screen at the origin; captures are filled with grey.
-    class Screen : public VXScreenGrabber {
-    public:
-        static constexpr VXPixelRect frame{0, 0, 320, 200};
-        // The rectangles asked for so far.
-        std::vector<VXPixelRect> requested();
-        bool canCaptureRect() override { return true; }
-        std::optional<VXPixelRect> mainScreenFrame() override { return frame; }
-        std::optional<VXPixelRect> screenBounds() override { return frame; }
-        std::optional<VXPixelRect> captureRect(const VXPixelRect& rect, VXPixelBuffer& into) override;
-        std::optional<VXPixelPoint> pointerLocation() override { return VXPixelPoint{10, 10}; }
-
-    private:
-        std::mutex mutex_;
-        std::vector<VXPixelRect> requested_;
-    };
-
-    // The favourite launchers, none unless set.
-    class Desktop : public VXDesktopSettings {
-    public:
-        void setFavorites(std::optional<std::vector<std::string>> ids);
-        std::optional<std::vector<std::string>> favoriteDesktopIds() override;
-        std::optional<std::string> iconThemeName() override { return std::string("hicolor"); }
-
-    private:
-        std::mutex mutex_;
-        std::optional<std::vector<std::string>> favorites_;
-    };
+    // A 320x200 screen at the origin (the fake grabber's pattern of pixels).
+    static constexpr VXPixelRect screenFrame{0, 0, 320, 200};
 
     // Renders nothing: answers the text "<how> <what> <w>x<h> <format>".
     class Images : public VXImageRenderer {
@@ -147,11 +77,14 @@ public:
     static VXRunningProcess running(std::int64_t pid, const std::string& name);
 
     std::string home;
-    std::shared_ptr<Processes> processes = std::make_shared<Processes>();
-    std::shared_ptr<Audio> audio = std::make_shared<Audio>();
-    std::shared_ptr<Backlight> backlight = std::make_shared<Backlight>();
-    std::shared_ptr<Screen> screen = std::make_shared<Screen>();
-    std::shared_ptr<Desktop> desktop = std::make_shared<Desktop>();
+    // Processes have a 2x2 window icon; the volume is 0.5 and one display's brightness 0.75 until set;
+    // the desktop has no favourites and the "hicolor" icon theme.
+    std::shared_ptr<FakeProcessSource> processes = std::make_shared<FakeProcessSource>();
+    std::shared_ptr<FakeAudioOutput> audio = std::make_shared<FakeAudioOutput>();
+    std::shared_ptr<FakeBacklight> backlight = std::make_shared<FakeBacklight>();
+    std::shared_ptr<FakeScreenGrabber> screen =
+        std::make_shared<FakeScreenGrabber>(screenFrame.width, screenFrame.height, screenFrame);
+    std::shared_ptr<FakeDesktopSettings> desktop = std::make_shared<FakeDesktopSettings>();
     std::shared_ptr<Images> images = std::make_shared<Images>();
     std::shared_ptr<MimeTypes> mimeTypes;
     std::shared_ptr<VXSystemInfo> systemInfo;

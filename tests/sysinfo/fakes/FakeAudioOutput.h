@@ -28,6 +28,11 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         change(state_);
     }
+    // The level, as another program would set it / as it stands (0 without a level).
+    void setLevel(float volume) {
+        change([volume](State& state) { state.volume = volume; });
+    }
+    float level() const { return state().volume.value_or(0.0f); }
     // How many times the level was read.
     int volumeReads() const {
         std::lock_guard<std::mutex> lock(mutex_);

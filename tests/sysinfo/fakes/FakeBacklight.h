@@ -25,6 +25,8 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return displays_;
     }
+    // One display (id 1) at `level`.
+    void setLevel(float level) { setDisplays({Display{1, level, 0, 0}}); }
     // Makes the display list itself fail with `error` (0: works).
     void setListError(int error) {
         std::lock_guard<std::mutex> lock(mutex_);

@@ -2,8 +2,10 @@
 
 #include "sysinfo/VXProcessSource.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <optional>
 
 // Running processes that the test sets, with optional window icons. Thread-safe.
 class FakeProcessSource : public VXProcessSource {
@@ -17,6 +19,11 @@ public:
     void setIcon(std::int64_t pid, VXArgbImage icon) {
         std::lock_guard<std::mutex> lock(mutex_);
         icons_[pid] = std::move(icon);
+    }
+    // Gives every listed process without an icon of its own this one.
+    void setDefaultIcon(VXArgbImage icon) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        defaultIcon_ = std::move(icon);
     }
     // How many times the list was asked for.
     int listReads() const {
@@ -41,12 +48,19 @@ public:
     std::optional<VXArgbImage> windowIcon(std::int64_t pid, int) override {
         std::lock_guard<std::mutex> lock(mutex_);
         const auto it = icons_.find(pid);
-        return it == icons_.end() ? std::nullopt : std::optional<VXArgbImage>(it->second);
+        if (it != icons_.end()) {
+            return it->second;
+        }
+        const bool listed =
+            std::any_of(processes_.begin(), processes_.end(),
+                        [pid](const VXRunningProcess& process) { return process.pid == pid; });
+        return listed ? defaultIcon_ : std::nullopt;
     }
 
 private:
     mutable std::mutex mutex_;
     std::vector<VXRunningProcess> processes_;
     std::map<std::int64_t, VXArgbImage> icons_;
+    std::optional<VXArgbImage> defaultIcon_;
     int listReads_ = 0;
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <vector>
 
 // A synthetic screen: each pixel's colour is a function of its position (blue = x & 0xff,
 // green = y & 0xff, red = 0x40), so a test can tell where captured pixels came from. The screen
@@ -26,6 +27,11 @@ public:
     void setPointer(VXPixelPoint pointer) {
         std::lock_guard<std::mutex> lock(mutex_);
         pointer_ = pointer;
+    }
+    // The rectangles asked for so far, captured or not.
+    std::vector<VXPixelRect> requested() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return requested_;
     }
     // How many captures were made.
     int captures() const {
@@ -51,6 +57,7 @@ public:
     }
     std::optional<VXPixelRect> captureRect(const VXPixelRect& rect, VXPixelBuffer& into) override {
         std::lock_guard<std::mutex> lock(mutex_);
+        requested_.push_back(rect);
         if (!present_) {
             return std::nullopt;
         }
@@ -87,4 +94,5 @@ private:
     VXPixelPoint pointer_{};
     bool present_ = true;
     int captures_ = 0;
+    std::vector<VXPixelRect> requested_;
 };
