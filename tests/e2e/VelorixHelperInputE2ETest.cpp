@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <sstream>
@@ -38,9 +37,9 @@ std::string onPath(const std::string& program) {
     return "";
 }
 
-// The test window and the server share the test X server; every test switches the window's keys, so
-// they run one at a time (see the resource lock in CMakeLists.txt). The layout found at the start is
-// put back at the end, also when a test fails.
+// The test window and the server share the test X server; every test needs the keyboard focus and may
+// switch the layout, so they run one at a time (see the resource lock in CMakeLists.txt). The layout found at
+// the start is put back at the end, also when a test fails.
 class VelorixHelperInputE2ETest : public VelorixHelperE2ETest {
 protected:
     void SetUp() override {
