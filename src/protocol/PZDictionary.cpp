@@ -142,6 +142,14 @@ void PZDictionary::clear() {
     index_.reset();
 }
 
+void PZDictionary::releaseEntries(std::vector<std::string>& keys, std::vector<PZValue>& values) noexcept {
+    keys = std::move(keys_);
+    values = std::move(values_);
+    keys_.clear();
+    values_.clear();
+    index_.reset();
+}
+
 bool PZDictionary::operator==(const PZDictionary& other) const {
     if (keys_.size() != other.keys_.size()) {
         return false;

@@ -46,6 +46,9 @@ public:
     bool remove(std::string_view key);
     // Removes every entry.
     void clear();
+    // Moves the keys and values out into keys and values (replacing their contents); the dictionary is
+    // left empty.
+    void releaseEntries(std::vector<std::string>& keys, std::vector<PZValue>& values) noexcept;
     // Same keys mapped to equal values, in any order.
     bool operator==(const PZDictionary& other) const;
 

@@ -7,15 +7,37 @@ PZJSONObject::PZJSONObject() {
     values_.reserve(8);
 }
 
+PZJSONObject::PZJSONObject(std::vector<std::string>&& fields, std::vector<PZValue>&& values)
+    : fields_(std::move(fields)), values_(std::move(values)) {
+    fields_.clear();
+    values_.clear();
+}
+
 void PZJSONObject::addField(std::string key) {
+    std::string_view text(key);
+    prepareField(text);
+    fields_.push_back(std::move(key));
+    indexIfLarge();
+}
+
+void PZJSONObject::addField(const char* chars, std::size_t count) {
+    const std::string_view text(chars, count);
+    prepareField(text);
+    fields_.emplace_back(text);
+    indexIfLarge();
+}
+
+void PZJSONObject::prepareField(std::string_view key) {
     if (fields_.size() > values_.size()) {
         PZLog("PZJSONObject error: the number of fields is more than number of values");
         values_.emplace_back();
     }
     if (firstIndex_) {
-        firstIndex_->emplace(key, fields_.size());
+        firstIndex_->emplace(std::string(key), fields_.size());
     }
-    fields_.push_back(std::move(key));
+}
+
+void PZJSONObject::indexIfLarge() {
     if (!firstIndex_ && fields_.size() > kIndexThreshold) {
         firstIndex_ = std::make_unique<std::unordered_map<std::string, std::size_t>>();
         for (std::size_t i = 0; i < fields_.size(); ++i) {

@@ -14,9 +14,13 @@
 class PZJSONObject {
 public:
     PZJSONObject();
+    // An empty object that keeps the capacity of the given arrays (their contents are dropped).
+    PZJSONObject(std::vector<std::string>&& fields, std::vector<PZValue>&& values);
 
     // Appends a key; a pending key without value first gets the null marker (logged).
     void addField(std::string key);
+    // Appends the key of count characters at chars, as addField(std::string).
+    void addField(const char* chars, std::size_t count);
     // Gives the pending key its value (the null marker when absent); logged and dropped without a pending
     // key.
     void addValueToLastField(std::optional<PZValue> value);
@@ -36,6 +40,11 @@ public:
 private:
     // Objects with more keys than this keep firstIndex_, so that lookups stay cheap on hostile input.
     static constexpr std::size_t kIndexThreshold = 16;
+
+    // Before a key is appended: the pending key's null marker and the index entry of key.
+    void prepareField(std::string_view key);
+    // After a key was appended: builds firstIndex_ once the object is large.
+    void indexIfLarge();
 
     std::vector<std::string> fields_;
     std::vector<PZValue> values_;

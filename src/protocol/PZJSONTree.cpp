@@ -20,7 +20,13 @@ int PZJSONTree::getTypeOf(const PZJSONTreeElement* element) {
 }
 
 void PZJSONTree::addObject() {
-    objects_.emplace_back(std::in_place_index<0>);
+    if (spareObjects_.empty()) {
+        objects_.emplace_back(std::in_place_index<0>);
+        return;
+    }
+    ObjectStorage& spare = spareObjects_.back();
+    objects_.emplace_back(std::in_place_index<0>, std::move(spare.fields), std::move(spare.values));
+    spareObjects_.pop_back();
 }
 
 void PZJSONTree::addArray() {
@@ -42,6 +48,15 @@ void PZJSONTree::addFieldToLastObject(std::string key) {
         return;
     }
     object->addField(std::move(key));
+}
+
+void PZJSONTree::addFieldToLastObject(const char* chars, std::size_t count) {
+    PZJSONObject* object = objects_.empty() ? nullptr : std::get_if<PZJSONObject>(&objects_.back());
+    if (!object) {
+        PZLog("addFieldToLastObject: last object is not a PZJSONObject");
+        return;
+    }
+    object->addField(chars, count);
 }
 
 void PZJSONTree::addCharToLastString(char c) {
@@ -117,19 +132,27 @@ std::optional<PZValue> PZJSONTree::setEndOfLastObject() {
     if (objects_.empty()) {
         return value;
     }
+    if (value) {
+        attachToTop(std::move(*value));
+    } else if (objects_.back().index() == 0) {
+        // The object that cannot finish is its own parent: its pending key gets the null marker.
+        std::get<0>(objects_.back()).addValueToLastField(PZValue());
+    } else if (objects_.back().index() == 2) {
+        PZLog("setEndOfLastObject error string");
+    } else if (objects_.back().index() == 3) {
+        PZLog("setEndOfLastObject error value");
+    }
+    return std::nullopt;
+}
+
+void PZJSONTree::attachToTop(PZValue&& value) {
     PZJSONTreeElement& parent = objects_.back();
     switch (parent.index()) {
     case 0:
-        if (value) {
-            std::get<0>(parent).addValueToLastField(std::move(*value));
-        } else {
-            std::get<0>(parent).addValueToLastField(PZValue());
-        }
+        std::get<0>(parent).addValueToLastField(std::move(value));
         break;
     case 1:
-        if (value) {
-            std::get<1>(parent).push_back(std::move(*value));
-        }
+        std::get<1>(parent).push_back(std::move(value));
         break;
     case 2:
         PZLog("setEndOfLastObject error string");
@@ -138,7 +161,47 @@ std::optional<PZValue> PZJSONTree::setEndOfLastObject() {
         PZLog("setEndOfLastObject error value");
         break;
     }
-    return std::nullopt;
+}
+
+void PZJSONTree::addFinishedString(const char* chars, std::size_t count) {
+    attachToTop(PZValue(PZStringEncoding::stringWithRawURLDecode(std::string_view(chars, count))));
+}
+
+void PZJSONTree::addFinishedValue(const char* chars, std::size_t count) {
+    std::optional<PZValue> value = PZJSONValue::valueOfText(std::string_view(chars, count));
+    if (value) {
+        attachToTop(std::move(*value));
+        return;
+    }
+    // As setEndOfLastObject: the value that cannot be converted stays on the stack as its own parent.
+    addValue();
+    addCharsToLastValue(chars, count);
+    PZLog("setEndOfLastObject error value");
+}
+
+void PZJSONTree::recycle(PZValue&& value) {
+    if (PZDictionary* dictionary = value.asDictionary()) {
+        recycleDictionary(*dictionary);
+    }
+}
+
+void PZJSONTree::recycleDictionary(PZDictionary& dictionary) {
+    ObjectStorage storage;
+    dictionary.releaseEntries(storage.fields, storage.values);
+    for (PZValue& member : storage.values) {
+        if (spareObjects_.size() >= kMaxSpareObjects) {
+            break;
+        }
+        if (PZDictionary* inner = member.asDictionary()) {
+            recycleDictionary(*inner);
+        }
+    }
+    if (spareObjects_.size() < kMaxSpareObjects && storage.fields.capacity() <= kMaxSpareCapacity &&
+        storage.values.capacity() <= kMaxSpareCapacity) {
+        storage.fields.clear();
+        storage.values.clear();
+        spareObjects_.push_back(std::move(storage));
+    }
 }
 
 int PZJSONTree::getCurrentObjectType() const {

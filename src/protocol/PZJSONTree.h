@@ -38,6 +38,8 @@ public:
     void addValue();
     // Adds a key to the top object (logged when the top is not an object).
     void addFieldToLastObject(std::string key);
+    // Adds the key of count characters at chars to the top object, as addFieldToLastObject(std::string).
+    void addFieldToLastObject(const char* chars, std::size_t count);
     // Appends a character to the top string (logged when the top is not a string).
     void addCharToLastString(char c);
     // Appends characters to the top string (logged once when the top is not a string).
@@ -53,6 +55,15 @@ public:
     // Finishes the top value and attaches it to its parent; returns it when it has no parent. A value
     // that cannot be converted stays on the stack.
     std::optional<PZValue> setEndOfLastObject();
+    // Same as addString, addCharsToLastString(chars, count) and setEndOfLastObject for a string whose
+    // characters are all known, without the string passing through the stack; the tree must not be empty.
+    void addFinishedString(const char* chars, std::size_t count);
+    // Same as addValue, addCharsToLastValue(chars, count) and setEndOfLastObject for a bare value whose
+    // characters are all known; the tree must not be empty.
+    void addFinishedValue(const char* chars, std::size_t count);
+    // Takes back the storage of a finished value's objects, so that the next values reuse it instead of
+    // allocating; the value is left in an unspecified state.
+    void recycle(PZValue&& value);
     // getTypeOf of the top element.
     int getCurrentObjectType() const;
     // getTypeOf of the element below the top.
@@ -65,5 +76,19 @@ public:
     const std::vector<PZJSONTreeElement>& objects() const noexcept { return objects_; }
 
 private:
+    // Storage kept for new objects: at most kMaxSpareObjects pairs, none above kMaxSpareCapacity entries.
+    static constexpr std::size_t kMaxSpareObjects = 8;
+    static constexpr std::size_t kMaxSpareCapacity = 16;
+
+    struct ObjectStorage {
+        std::vector<std::string> fields;
+        std::vector<PZValue> values;
+    };
+
+    // Attaches a finished value to the top element as setEndOfLastObject does with its parent.
+    void attachToTop(PZValue&& value);
+    void recycleDictionary(PZDictionary& dictionary);
+
     std::vector<PZJSONTreeElement> objects_;
+    std::vector<ObjectStorage> spareObjects_;
 };

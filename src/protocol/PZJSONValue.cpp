@@ -11,29 +11,33 @@ void PZJSONValue::decodeWithRawdecoding() {
 }
 
 std::optional<PZValue> PZJSONValue::getValue() const {
-    switch (string_.size()) {
+    return valueOfText(string_);
+}
+
+std::optional<PZValue> PZJSONValue::valueOfText(std::string_view text) {
+    switch (text.size()) {
     case 4:
-        if (string_ == "null") {
+        if (text == "null") {
             return PZValue();
         }
-        if (string_ == "true") {
+        if (text == "true") {
             return PZValue(true);
         }
         break;
     case 5:
-        if (string_ == "false") {
+        if (text == "false") {
             return PZValue(false);
         }
         break;
     default:
         break;
     }
-    const auto points = std::count(string_.begin(), string_.end(), '.');
+    const auto points = std::count(text.begin(), text.end(), '.');
     if (points >= 2) {
         for (std::ptrdiff_t i = 1; i < points; ++i) {
             PZLog("getValue error to get number: too much points");
         }
         return std::nullopt;
     }
-    return PZValue(PZNumberText::doubleValue(string_));
+    return PZValue(PZNumberText::doubleValue(text));
 }

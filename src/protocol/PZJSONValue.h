@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "protocol/PZValue.h"
 
@@ -18,6 +19,8 @@ public:
     const std::string& string() const noexcept { return string_; }
     // "null", "true", "false", or the number read from the text; nothing (logged) for two or more points.
     std::optional<PZValue> getValue() const;
+    // getValue of a value whose text is text.
+    static std::optional<PZValue> valueOfText(std::string_view text);
 
 private:
     std::string string_;

@@ -172,6 +172,7 @@ bool VXTranslator::closeJSONValue() {
     heldBytes_ = 0;
     if (value) {
         decodeAndTellDelegate(*value);
+        jsonTree_.recycle(std::move(*value));
     }
     return true;
 }
@@ -187,14 +188,29 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
             case ' ':
                 ++i;
                 break;
-            case '"':
+            case '"': {
                 if (!checkDepth()) {
                     return;
+                }
+                const char* start = chars + i + 1;
+                const void* quote = std::memchr(start, '"', length - i - 1);
+                if (quote && jsonTree_.depth() > 0) {
+                    // The whole string is in this chunk: it goes to its parent directly.
+                    const std::size_t count =
+                        static_cast<std::size_t>(static_cast<const char*>(quote) - start);
+                    if (count > 0 && !holdBytes(count)) {
+                        return;
+                    }
+                    jsonTree_.addFinishedString(start, count);
+                    jsonParsingState_ = 2;
+                    i += count + 2;
+                    break;
                 }
                 jsonTree_.addString();
                 jsonParsingState_ = 1;
                 ++i;
                 break;
+            }
             case '[':
                 if (!checkDepth()) {
                     return;
@@ -223,6 +239,14 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
                 }
                 if (!checkDepth() || !holdBytes(end - i)) {
                     return;
+                }
+                if (end < length && jsonTree_.depth() > 0) {
+                    // The whole value is in this chunk: it goes to its parent directly, and its
+                    // terminating byte is read in state 2.
+                    jsonTree_.addFinishedValue(chars + i, end - i);
+                    jsonParsingState_ = 2;
+                    i = end;
+                    break;
                 }
                 jsonTree_.addValue();
                 jsonTree_.addCharsToLastValue(chars + i, end - i);
@@ -313,6 +337,18 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
             const void* quote = std::memchr(chars + i, '"', length - i);
             const std::size_t end =
                 quote ? static_cast<std::size_t>(static_cast<const char*>(quote) - chars) : length;
+            if (end < length && currentField_.empty()) {
+                // The whole key is in this chunk.
+                if (end > i && !holdBytes(end - i)) {
+                    return;
+                }
+                const std::string_view key(chars + i, end - i);
+                currentFieldIsStream_ = key == "stream";
+                jsonTree_.addFieldToLastObject(key.data(), key.size());
+                jsonParsingState_ = 5;
+                i = end + 1;
+                break;
+            }
             if (end > i) {
                 if (!holdBytes(end - i)) {
                     return;

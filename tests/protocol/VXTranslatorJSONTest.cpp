@@ -176,6 +176,43 @@ TEST(VXTranslatorJSON, translateBytes_singleByteChunksOfAllMessages_giveAllCalls
     }
 }
 
+// The translator reuses the storage of finished objects: a message read after others must give
+// exactly what it gives on a fresh translator, whatever came before it.
+TEST(VXTranslatorJSON, translateBytes_messagesAfterLargerOnes_carryNothingOver) {
+    vxtest::LogRecorder log;
+    const std::string trackpad = "%74%72%61%63%6b%70%61%64";
+    std::vector<std::string> messages = {
+        R"j({"request":{"type":"%61","text":"%62","a":"%31","b":{"c":1,"d":{"e":2}},"f":[{"g":3}],"h":4}})j",
+        R"j({"request":{"type":"%61"}})j",
+        R"j({"cmd":{"type":")j" + trackpad +
+            R"j(","pid":3,"touch":2,"fingers":3,"tapCount":1,"rotation":-4,"zoom":7,"shift":{"x":0.5,"y":2}}})j",
+        R"j({"cmd":{"type":")j" + trackpad + R"j(","pid":4,"shift":{"x":1}}})j",
+        R"j({"cmd":{"type":")j" + trackpad + R"j(","pid":5}})j",
+        R"j({"process":{"name":"%61","pid":12,"path":"%2f"}})j",
+        R"j({"process":{"pid":13}})j",
+        R"j({"info":{"subject":"%61","information":"%62"}})j",
+        R"j({"error":{"type":"%61","code":1,"message":"%62"}})j",
+        R"j({"error":{"type":"%61","code":2}})j",
+    };
+    for (const auto& c : jsonCases()) {
+        messages.push_back(c.wire);
+    }
+    std::string stream;
+    std::vector<std::string> expected;
+    for (const auto& message : messages) {
+        stream += message;
+        const auto calls = translate(message, {});
+        expected.insert(expected.end(), calls.begin(), calls.end());
+    }
+    EXPECT_EQ(translate(stream, {}), expected);
+    // And in single-byte chunks, where no value is finished inside one chunk.
+    std::vector<std::size_t> cuts;
+    for (std::size_t i = 1; i < stream.size(); ++i) {
+        cuts.push_back(i);
+    }
+    EXPECT_EQ(translate(stream, cuts), expected);
+}
+
 TEST(VXTranslatorJSON, translateBytes_requestInSingleByteChunks_hasTypeAndEmptyArguments) {
     Reader reader;
     for (const char c : std::string_view(R"j({"request":{"type":"%69%6e%66%6f"}})j")) {

@@ -122,6 +122,34 @@ TEST(VXTranslatorXML, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCall
     }
 }
 
+// An element read after others must give exactly what it gives on a fresh translator.
+TEST(VXTranslatorXML, translateBytes_elementsAfterLargerOnes_carryNothingOver) {
+    vxtest::LogRecorder log;
+    const std::string trackpad = "%74%72%61%63%6b%70%61%64";
+    std::vector<std::string> elements = {
+        R"j(<request type="%61" a="%31" b="%32" c="%33">%74</request>)j",
+        R"j(<request type="%61"></request>)j",
+        R"j(<cmd type=")j" + trackpad +
+            R"j(" pid="%33" touch="%31" fingers="%32" tapCount="%31" rotation="%34" zoom="%35">%31%3b%32</cmd>)j",
+        R"j(<cmd type=")j" + trackpad + R"j(" pid="%34">%31</cmd>)j",
+        R"j(<cmd type=")j" + E("keyboard") + R"j(" pid="%31" processName="%61">%62</cmd>)j",
+        R"j(<cmd type=")j" + E("keyboard") + R"j(">%62</cmd>)j",
+        R"j(<info subject="%61">%62%63%64</info>)j",
+        R"j(<info subject="%61"></info>)j",
+    };
+    for (const auto& c : xmlCases()) {
+        elements.push_back(c.wire);
+    }
+    std::string stream;
+    std::vector<std::string> expected;
+    for (const auto& element : elements) {
+        stream += element;
+        const auto calls = translate(element, {});
+        expected.insert(expected.end(), calls.begin(), calls.end());
+    }
+    EXPECT_EQ(translate(stream, {}), expected);
+}
+
 TEST(VXTranslatorXML, translateBytes_serverWrittenElements_giveEqualMessages) {
     vxtest::LogRecorder log;
     Reader reader;
