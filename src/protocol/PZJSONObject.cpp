@@ -14,17 +14,24 @@ PZJSONObject::PZJSONObject(std::vector<std::string>&& fields, std::vector<PZValu
 }
 
 void PZJSONObject::addField(std::string key) {
-    std::string_view text(key);
-    prepareField(text);
+    if (fields_.size() > values_.size() || firstIndex_) {
+        prepareField(key);
+    }
     fields_.push_back(std::move(key));
-    indexIfLarge();
+    if (fields_.size() > kIndexThreshold && !firstIndex_) {
+        indexIfLarge();
+    }
 }
 
 void PZJSONObject::addField(const char* chars, std::size_t count) {
-    const std::string_view text(chars, count);
-    prepareField(text);
-    fields_.emplace_back(text);
-    indexIfLarge();
+    const std::string_view key(chars, count);
+    if (fields_.size() > values_.size() || firstIndex_) {
+        prepareField(key);
+    }
+    fields_.emplace_back(key);
+    if (fields_.size() > kIndexThreshold && !firstIndex_) {
+        indexIfLarge();
+    }
 }
 
 void PZJSONObject::prepareField(std::string_view key) {

@@ -68,21 +68,33 @@ char32_t nextCodePoint(std::string_view text, std::size_t& i) {
     return cp;
 }
 
-void appendUTF8(std::string& out, char32_t cp) {
+// Writes bytes into a buffer known to be large enough.
+struct BufferWriter {
+    char* next;
+    void put(char c) { *next++ = c; }
+};
+
+// Appends bytes to a string.
+struct StringWriter {
+    std::string& out;
+    void put(char c) { out.push_back(c); }
+};
+
+template <typename Writer> void appendUTF8(Writer& out, char32_t cp) {
     if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
+        out.put(static_cast<char>(cp));
     } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        out.put(static_cast<char>(0xC0 | (cp >> 6)));
+        out.put(static_cast<char>(0x80 | (cp & 0x3F)));
     } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        out.put(static_cast<char>(0xE0 | (cp >> 12)));
+        out.put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.put(static_cast<char>(0x80 | (cp & 0x3F)));
     } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        out.put(static_cast<char>(0xF0 | (cp >> 18)));
+        out.put(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.put(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.put(static_cast<char>(0x80 | (cp & 0x3F)));
     }
 }
 
@@ -106,39 +118,13 @@ int hexValue(char c) {
     return kHexValues[static_cast<unsigned char>(c)];
 }
 
-} // namespace
-
-void PZStringEncoding::appendRawURLEncode(std::string_view text, std::string& out) {
-    out.reserve(out.size() + text.size() * 3);
-    std::size_t i = 0;
-    while (i < text.size()) {
-        const char32_t cp = nextCodePoint(text, i);
-        if (cp >= 0x10000) {
-            const char32_t v = cp - 0x10000;
-            appendUnit(out, static_cast<std::uint16_t>(0xD800 + (v >> 10)));
-            appendUnit(out, static_cast<std::uint16_t>(0xDC00 + (v & 0x3FF)));
-        } else {
-            appendUnit(out, static_cast<std::uint16_t>(cp));
-        }
-    }
-}
-
-std::string PZStringEncoding::stringWithRawURLEncode(std::string_view text) {
-    std::string out;
-    appendRawURLEncode(text, out);
-    return out;
-}
-
-void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& out) {
-    std::size_t pos = text.find('%');
-    if (pos == std::string_view::npos) {
-        return;
-    }
-    out.reserve(out.size() + text.size() / 3 + 1);
+// Decodes the pieces of text from the "%" at first on: each piece is one UTF-16 unit, characters after
+// its hexadecimal digits are ignored, unpaired surrogates become U+FFFD.
+template <typename Writer> void decodePieces(std::string_view text, std::size_t first, Writer& out) {
     // A high surrogate waits for the unit that follows it.
     std::uint32_t pendingHigh = 0;
     bool hasPending = false;
-    ++pos;
+    std::size_t pos = first + 1;
     while (true) {
         std::uint32_t unit = 0;
         while (pos < text.size()) {
@@ -151,7 +137,7 @@ void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& ou
         }
         const bool low = unit >= 0xDC00 && unit <= 0xDFFF;
         if (unit < 0x80 && !hasPending) {
-            out.push_back(static_cast<char>(unit));
+            out.put(static_cast<char>(unit));
         } else if (hasPending && low) {
             appendUTF8(out, 0x10000 + ((pendingHigh - 0xD800) << 10) + (unit - 0xDC00));
             hasPending = false;
@@ -181,6 +167,49 @@ void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& ou
     if (hasPending) {
         appendUTF8(out, 0xFFFD);
     }
+}
+
+} // namespace
+
+void PZStringEncoding::appendRawURLEncode(std::string_view text, std::string& out) {
+    out.reserve(out.size() + text.size() * 3);
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const char32_t cp = nextCodePoint(text, i);
+        if (cp >= 0x10000) {
+            const char32_t v = cp - 0x10000;
+            appendUnit(out, static_cast<std::uint16_t>(0xD800 + (v >> 10)));
+            appendUnit(out, static_cast<std::uint16_t>(0xDC00 + (v & 0x3FF)));
+        } else {
+            appendUnit(out, static_cast<std::uint16_t>(cp));
+        }
+    }
+}
+
+std::string PZStringEncoding::stringWithRawURLEncode(std::string_view text) {
+    std::string out;
+    appendRawURLEncode(text, out);
+    return out;
+}
+
+void PZStringEncoding::appendRawURLDecode(std::string_view text, std::string& out) {
+    const std::size_t first = text.find('%');
+    if (first == std::string_view::npos) {
+        return;
+    }
+    // A piece never decodes to more bytes than it has characters, so short texts are decoded into a
+    // buffer on the stack and appended at once.
+    constexpr std::size_t kBufferSize = 256;
+    if (text.size() - first <= kBufferSize) {
+        char buffer[kBufferSize];
+        BufferWriter writer{buffer};
+        decodePieces(text, first, writer);
+        out.append(buffer, writer.next);
+        return;
+    }
+    out.reserve(out.size() + text.size() / 3 + 1);
+    StringWriter writer{out};
+    decodePieces(text, first, writer);
 }
 
 std::string PZStringEncoding::stringWithRawURLDecode(std::string_view text) {

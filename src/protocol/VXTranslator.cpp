@@ -847,28 +847,45 @@ std::shared_ptr<VXCommand> VXTranslator::makeCommandWithDictionary(const PZDicti
     const PZValue* processName = nullptr;
     const PZValue* instruction = nullptr;
     for (std::size_t i = 0; i < dictionary.size(); ++i) {
-        const std::string& key = dictionary.keyAt(i);
+        const std::string_view key = dictionary.keyAt(i);
         const PZValue* value = &dictionary.valueAt(i);
-        if (key == "type") {
-            type = value;
-        } else if (key == "pid") {
-            pid = value;
-        } else if (key == "touch") {
-            touch = value;
-        } else if (key == "fingers") {
-            fingers = value;
-        } else if (key == "tapCount") {
-            tapCount = value;
-        } else if (key == "shift") {
-            shift = value;
-        } else if (key == "rotation") {
-            rotation = value;
-        } else if (key == "zoom") {
-            zoom = value;
-        } else if (key == "processName") {
-            processName = value;
-        } else if (key == "instruction") {
-            instruction = value;
+        switch (key.size()) {
+        case 3:
+            pid = key == "pid" ? value : pid;
+            break;
+        case 4:
+            if (key == "type") {
+                type = value;
+            } else if (key == "zoom") {
+                zoom = value;
+            }
+            break;
+        case 5:
+            if (key == "touch") {
+                touch = value;
+            } else if (key == "shift") {
+                shift = value;
+            }
+            break;
+        case 7:
+            fingers = key == "fingers" ? value : fingers;
+            break;
+        case 8:
+            if (key == "tapCount") {
+                tapCount = value;
+            } else if (key == "rotation") {
+                rotation = value;
+            }
+            break;
+        case 11:
+            if (key == "processName") {
+                processName = value;
+            } else if (key == "instruction") {
+                instruction = value;
+            }
+            break;
+        default:
+            break;
         }
     }
     const std::string* typeText = type ? type->asString() : nullptr;

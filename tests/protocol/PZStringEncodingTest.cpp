@@ -70,6 +70,24 @@ TEST(PZStringEncoding, stringWithRawURLDecode_table_followsThePieceRules) {
     }
 }
 
+// Short and long texts are decoded in different places: the pieces that give the most bytes per
+// character, on both sides of the boundary, with a lone high surrogate at the very end.
+TEST(PZStringEncoding, stringWithRawURLDecode_densestPiecesAroundTheBufferSize_decodeCompletely) {
+    for (std::size_t pieces = 50; pieces <= 70; ++pieces) {
+        for (const std::string_view tail : {"", "%", "%d83d"}) {
+            std::string encoded = "x";
+            std::string expected;
+            for (std::size_t i = 0; i < pieces; ++i) {
+                encoded += i % 2 ? "%800" : "%%7ff";
+                expected += i % 2 ? "\xE0\xA0\x80" : std::string(1, '\0') + "\xDF\xBF";
+            }
+            encoded += tail;
+            expected += tail == "%" ? std::string(1, '\0') : tail.empty() ? "" : "\xEF\xBF\xBD";
+            EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(encoded), expected) << pieces << tail;
+        }
+    }
+}
+
 TEST(PZStringEncoding, encodeThenDecode_randomUnicodeText_givesTheSameText) {
     std::mt19937 random(12345);
     std::uniform_int_distribution<int> pick(0, 5);
