@@ -22,9 +22,6 @@
 
 namespace {
 
-// What a value under construction costs beyond its characters, for the message size limit.
-constexpr std::size_t kNodeCost = sizeof(PZValue);
-
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) {
         return false;
@@ -116,21 +113,14 @@ void VXTranslator::translateBytes(const std::uint8_t* bytes, std::size_t length)
 // ---------------------------------------------------------------------------------------------
 // Limits
 
-bool VXTranslator::holdBytes(std::size_t count) {
-    heldBytes_ += count;
-    if (heldBytes_ > kMaxMessageBytes) {
-        exceedLimit(VXTranslatorLimit::messageSize, "message larger than 16 MiB");
-        return false;
-    }
-    return true;
+bool VXTranslator::exceedMessageSize() {
+    exceedLimit(VXTranslatorLimit::messageSize, "message larger than 16 MiB");
+    return false;
 }
 
-bool VXTranslator::checkDepth() {
-    if (jsonTree_.depth() >= kMaxNestingDepth) {
-        exceedLimit(VXTranslatorLimit::nestingDepth, "message nested more than 256 levels deep");
-        return false;
-    }
-    return holdBytes(kNodeCost);
+bool VXTranslator::exceedNestingDepth() {
+    exceedLimit(VXTranslatorLimit::nestingDepth, "message nested more than 256 levels deep");
+    return false;
 }
 
 void VXTranslator::exceedLimit(VXTranslatorLimit limit, const std::string& reason) {
@@ -307,13 +297,18 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
                 break;
             case ',': {
                 const int type = jsonTree_.getCurrentObjectType();
+                ++i;
                 if (type == PZJSONTree::kObject) {
                     currentField_.clear();
                     jsonParsingState_ = 3;
+                    // The usual quote of the next key, taken as state 3 would.
+                    if (i < length && chars[i] == '"') {
+                        jsonParsingState_ = 4;
+                        ++i;
+                    }
                 } else if (type == PZJSONTree::kArray) {
                     jsonParsingState_ = 0;
                 }
-                ++i;
                 break;
             }
             default:
@@ -325,14 +320,19 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
             }
             break;
         case 3:
-            if (c == '"') {
-                jsonParsingState_ = 4;
-            } else if (c != ' ') {
-                PZLog("ERRORE NEL PARSING DEL JSON: carattere inaspettato " + charText(bytes[i]) +
-                      " mentre si aspettava '\"'");
+            if (c != '"') {
+                if (c != ' ') {
+                    PZLog("ERRORE NEL PARSING DEL JSON: carattere inaspettato " + charText(bytes[i]) +
+                          " mentre si aspettava '\"'");
+                }
+                ++i;
+                break;
             }
-            ++i;
-            break;
+            jsonParsingState_ = 4;
+            if (++i == length) {
+                break;
+            }
+            [[fallthrough]];
         case 4: {
             const void* quote = std::memchr(chars + i, '"', length - i);
             const std::size_t end =
@@ -347,6 +347,11 @@ void VXTranslator::jsonTranslateBytes(const std::uint8_t* bytes, std::size_t len
                 jsonTree_.addFieldToLastObject(key.data(), key.size());
                 jsonParsingState_ = 5;
                 i = end + 1;
+                // The usual colon right after the key, taken as state 5 would.
+                if (i < length && chars[i] == ':' && !currentFieldIsStream_) {
+                    jsonParsingState_ = 0;
+                    ++i;
+                }
                 break;
             }
             if (end > i) {

@@ -96,9 +96,21 @@ private:
     void closeStream();
     void openXMLFileStream();
     void dispatchXMLElement();
-    // Counts bytes (and nesting) held by the message under construction; false once over a limit.
-    bool holdBytes(std::size_t count);
-    bool checkDepth();
+    // Counts bytes held by the message under construction; false once over the limit.
+    bool holdBytes(std::size_t count) {
+        heldBytes_ += count;
+        return heldBytes_ <= kMaxMessageBytes || exceedMessageSize();
+    }
+    // Counts one more value under construction; false once too deep or over the size limit.
+    bool checkDepth() {
+        if (jsonTree_.depth() >= kMaxNestingDepth) {
+            return exceedNestingDepth();
+        }
+        return holdBytes(kNodeCost);
+    }
+    // Stop reading for the size or the depth limit; both return false.
+    bool exceedMessageSize();
+    bool exceedNestingDepth();
     void exceedLimit(VXTranslatorLimit limit, const std::string& reason);
 
     VXTranslatorDelegate* delegate_ = nullptr;
@@ -128,7 +140,8 @@ private:
     std::uint64_t contentLength_ = 0;
     std::uint64_t contentIndex_ = 0;
 
-    // Limits.
+    // Limits; a value under construction costs kNodeCost beyond its characters.
+    static constexpr std::size_t kNodeCost = sizeof(PZValue);
     std::size_t heldBytes_ = 0;
     bool exceededLimit_ = false;
 };
