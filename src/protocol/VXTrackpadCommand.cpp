@@ -18,8 +18,10 @@ void appendEncodedAttribute(std::string& out, const char* name, std::int64_t val
 
 } // namespace
 
-VXTrackpadCommand::VXTrackpadCommand()
-    : VXCommand(std::string("trackpad"), VXProcess(std::nullopt, 0), std::nullopt) {}
+VXTrackpadCommand::VXTrackpadCommand() : VXTrackpadCommand(0) {}
+
+VXTrackpadCommand::VXTrackpadCommand(std::int64_t pid)
+    : VXCommand(std::string("trackpad"), VXProcess(std::nullopt, pid), std::nullopt) {}
 
 std::string VXTrackpadCommand::getJSONString() const {
     std::string out;

@@ -11,6 +11,8 @@ class VXTrackpadCommand : public VXCommand {
 public:
     // A trackpad command: type "trackpad", a process without name and pid 0, every field 0.
     VXTrackpadCommand();
+    // A trackpad command for the process without name with the given pid, every field 0.
+    explicit VXTrackpadCommand(std::int64_t pid);
 
     // The touch phase as the phone reports it.
     std::int32_t touchState() const noexcept { return touchState_; }

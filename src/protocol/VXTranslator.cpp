@@ -26,6 +26,9 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) {
         return false;
     }
+    if (a == b) {
+        return true;
+    }
     for (std::size_t i = 0; i < a.size(); ++i) {
         char x = a[i];
         char y = b[i];
@@ -691,8 +694,7 @@ std::shared_ptr<VXCommand> VXTranslator::makeCommandWithArgumentsContent(const P
     const std::string* type = arguments.findString("type");
     const std::int32_t pid = intAttribute(arguments, "pid");
     if (type && *type == "trackpad") {
-        auto command = std::make_shared<VXTrackpadCommand>();
-        command->setProcess(VXProcess(std::nullopt, pid));
+        auto command = std::make_shared<VXTrackpadCommand>(pid);
         if (arguments.find("touch")) {
             command->setTouchState(intAttribute(arguments, "touch"));
         }
@@ -903,8 +905,7 @@ std::shared_ptr<VXCommand> VXTranslator::makeCommandWithDictionary(const PZDicti
     };
     const std::int64_t processId = integer(pid);
     if (equalsIgnoringCase(*typeText, "trackpad")) {
-        auto command = std::make_shared<VXTrackpadCommand>();
-        command->setProcess(VXProcess(std::nullopt, processId));
+        auto command = std::make_shared<VXTrackpadCommand>(processId);
         command->setTouchState(static_cast<std::int32_t>(integer(touch)));
         command->setFingers(static_cast<std::int16_t>(integer(fingers)));
         command->setTapCount(static_cast<std::int16_t>(integer(tapCount)));
