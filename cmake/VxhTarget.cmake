@@ -13,11 +13,12 @@ function(vxh_add_layer name)
     target_link_libraries(vxh_${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
 endfunction()
 
-# vxh_add_test(NAME SOURCES ... [DEPENDS ...] [LABELS ...] [TIMEOUT s] [PROPERTIES ...]) makes a
-# GoogleTest executable registered with CTest test by test. LABELS "concurrency" puts it in the
-# ThreadSanitizer run, "no-asan" keeps it out of the AddressSanitizer one.
+# vxh_add_test(NAME SOURCES ... [DEPENDS ...] [LABELS ...] [LOCKS ...] [TIMEOUT s] [PROPERTIES ...])
+# makes a GoogleTest executable registered with CTest test by test. LABELS "concurrency" puts it in
+# the ThreadSanitizer run, "no-asan" keeps it out of the AddressSanitizer one. LOCKS names the shared
+# resources (RESOURCE_LOCK) its tests hold: "x11_test_display", "pulseaudio", "avahi".
 function(vxh_add_test name)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPENDS;LABELS;PROPERTIES" ${ARGN})
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPENDS;LABELS;LOCKS;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     vxh_target_defaults(${name})
     target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest GTest::gtest_main Threads::Threads)
@@ -31,14 +32,21 @@ function(vxh_add_test name)
     gtest_discover_tests(${name}
         DISCOVERY_TIMEOUT 60
         PROPERTIES TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
-    # A list does not pass through the discovery's properties: the labels are set on the
+    # A list does not pass through the discovery's properties: labels and locks are set on the
     # discovered tests afterwards, by a file CTest reads after the discovery's own.
-    if(ARG_LABELS)
-        set(labels_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)
-        file(WRITE ${labels_file}
+    if(ARG_LABELS OR ARG_LOCKS)
+        set(list_properties "")
+        if(ARG_LABELS)
+            string(APPEND list_properties " LABELS \"${ARG_LABELS}\"")
+        endif()
+        if(ARG_LOCKS)
+            string(APPEND list_properties " RESOURCE_LOCK \"${ARG_LOCKS}\"")
+        endif()
+        set(properties_file ${CMAKE_CURRENT_BINARY_DIR}/${name}_list_properties.cmake)
+        file(WRITE ${properties_file}
             "if(${name}_TESTS)\n"
-            "    set_tests_properties(\${${name}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\n"
+            "    set_tests_properties(\${${name}_TESTS} PROPERTIES${list_properties})\n"
             "endif()\n")
-        set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels_file})
+        set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${properties_file})
     endif()
 endfunction()
