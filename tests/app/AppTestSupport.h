@@ -46,11 +46,12 @@ inline bool avahiRunning() {
 
 // The resolved avahi-browse lines ("=;iface;proto;name;type;domain;host;address;port;txt") of the
 // application's service type that name port, polled until one appears or timeout passes.
+// Each browse is cut short after 10 s: one started while the daemon restarts can wait forever.
 inline std::string browseForPort(int port, std::chrono::seconds timeout = std::chrono::seconds(30)) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     const std::string needle = ";" + std::to_string(port) + ";";
     while (std::chrono::steady_clock::now() < deadline) {
-        std::istringstream lines(capture("avahi-browse -rtp _VelorixServer._tcp 2>/dev/null"));
+        std::istringstream lines(capture("timeout 10 avahi-browse -rtp _VelorixServer._tcp 2>/dev/null"));
         std::string found;
         for (std::string line; std::getline(lines, line);) {
             if (line.rfind("=;", 0) == 0 && line.find(needle) != std::string::npos) {
