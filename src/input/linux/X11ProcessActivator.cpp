@@ -20,6 +20,7 @@ X11Display* X11ProcessActivator::display() {
         connection_.reset();
         current_ = nullptr;
         focus_ = 0;
+        raised_ = 0;
     }
     if (current_ == nullptr) {
         current_ = connection_.get();
@@ -94,6 +95,8 @@ int X11ProcessActivator::pidOfWindow(std::uint32_t window) {
 }
 
 bool X11ProcessActivator::focusBelongsTo(std::int64_t pid) {
+    // The watched window's focus-out may be waiting unread: the focus it remembers is taken only after.
+    readEvents();
     if (focus_ != 0) {
         return focusPid_ == pid;
     }
@@ -186,6 +189,8 @@ bool X11ProcessActivator::activateProcess(std::int64_t pid) {
         pids_[it->window] = it->pid;
         if (it->exists && it->pid == pid && ewmh.isNormalOrDialog(*it)) {
             raise(it->window);
+            raised_ = it->window;
+            raisedPid_ = pid;
             return true;
         }
     }
@@ -205,6 +210,8 @@ std::optional<std::int64_t> X11ProcessActivator::activateProcessNamed(const std:
             X11ProcessSource::executableName(it->pid) == name) {
             if (!focusBelongsTo(it->pid)) {
                 raise(it->window);
+                raised_ = it->window;
+                raisedPid_ = it->pid;
             }
             return it->pid;
         }
@@ -214,20 +221,24 @@ std::optional<std::int64_t> X11ProcessActivator::activateProcessNamed(const std:
 
 bool X11ProcessActivator::waitForFocus(std::int64_t pid, std::chrono::milliseconds timeout) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (focus_ != 0 && focusPid_ == pid) {
-        return true; // confirmed by the activation a moment ago, and watched since
-    }
     if (display() == nullptr) {
         return false;
     }
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    constexpr auto kRepeat = std::chrono::milliseconds(40);
+    auto now = std::chrono::steady_clock::now();
+    const auto deadline = now + timeout;
+    auto repeatAt = now + kRepeat;
     while (true) {
-        readEvents();
         if (focusBelongsTo(pid)) {
             return true;
         }
-        if (std::chrono::steady_clock::now() >= deadline) {
+        now = std::chrono::steady_clock::now();
+        if (now >= deadline) {
             return false;
+        }
+        if (now >= repeatAt && raised_ != 0 && raisedPid_ == pid) {
+            raise(raised_);
+            repeatAt = now + kRepeat;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

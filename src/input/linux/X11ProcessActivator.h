@@ -14,7 +14,9 @@
 // window, which it announces only after the focus moved. Once read, the focus window is watched for
 // focus and structure events, so that commands for the process in front cost no round trip to the X
 // server until the focus leaves it. The process of each window is remembered until windows come or
-// go. Has its own X connection.
+// go. A window manager busy with another window's arrival may pass over a request to activate one
+// that it still takes for the active one: while the focus is awaited the request is repeated. Has its
+// own X connection.
 class X11ProcessActivator : public ProcessActivator {
 public:
     // `displayName` empty: $DISPLAY.
@@ -41,4 +43,7 @@ private:
     // The focus window as last read (0: unknown), watched until the focus leaves it, and its process.
     std::uint32_t focus_ = 0;
     int focusPid_ = 0;
+    // The window last brought to the front and its process: asked for again while the focus is awaited.
+    std::uint32_t raised_ = 0;
+    std::int64_t raisedPid_ = 0;
 };
