@@ -1,5 +1,7 @@
 #include "E2ESubprocess.h"
 
+#include "support/TestPlatform.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -50,8 +52,10 @@ E2ESubprocess::E2ESubprocess(const std::string& program, const std::vector<std::
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
+    const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0) {
+        TestPlatform::endWithParent(parent);
         dup2(out[1], STDOUT_FILENO);
         dup2(err[1], STDERR_FILENO);
         execve(argv[0], argv.data(), envp.data());

@@ -1,5 +1,7 @@
 #include "TestWindow.h"
 
+#include "support/TestPlatform.h"
+
 #include <algorithm>
 #include <csignal>
 #include <cstring>
@@ -59,8 +61,10 @@ bool TestWindow::start(const std::string& display, const std::string& title, con
     char* argv[] = {program.data(),        titleOption.data(),   titleValue.data(),
                     geometryOption.data(), geometryValue.data(), nullptr};
 
+    const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0) {
+        TestPlatform::endWithParent(parent);
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         execve(argv[0], argv, envp.data());

@@ -1,6 +1,9 @@
 #include "support/TestPlatform.h"
 
+#include <csignal>
 #include <cstdlib>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 std::string TestPlatform::env(const char* name) {
     const char* value = std::getenv(name);
@@ -18,4 +21,11 @@ std::string TestPlatform::display() {
 
 std::string TestPlatform::pulseServer() {
     return env("VXH_TEST_PULSE");
+}
+
+void TestPlatform::endWithParent(pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) {
+        _exit(1); // the test process ended before the signal was asked for
+    }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <sys/types.h>
 
 // Tests that need a platform piece (an X server, an audio server, Avahi) skip with the reason
 // when it is absent; in CI (CI=true) every piece must be there, so the absence fails the test.
@@ -27,4 +28,7 @@ public:
     static std::string pulseServer();
     // The value of an environment variable, empty when unset.
     static std::string env(const char* name);
+    // Called in a child between fork and exec, with the test process's pid taken before the fork: the
+    // child gets SIGTERM when the test process ends, also when it aborts, so no server outlives it.
+    static void endWithParent(pid_t parent);
 };

@@ -1,5 +1,7 @@
 #include "support/XvfbProcess.h"
 
+#include "support/TestPlatform.h"
+
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 
@@ -17,8 +19,10 @@
 namespace {
 
 pid_t spawn(const std::vector<std::string>& args, int keepFd = -1, const std::string& display = {}) {
+    const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
+        TestPlatform::endWithParent(parent);
         const int devnull = open("/dev/null", O_RDWR);
         dup2(devnull, STDIN_FILENO);
         dup2(devnull, STDOUT_FILENO);

@@ -1,5 +1,7 @@
 #include "PulseAudioProcess.h"
 
+#include "support/TestPlatform.h"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -25,8 +27,10 @@ PulseAudioProcess::~PulseAudioProcess() {
 
 bool PulseAudioProcess::start() {
     const std::string log = "--log-target=file:" + folder_ + "/pulse.log";
+    const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0) {
+        TestPlatform::endWithParent(parent);
         const int devnull = open("/dev/null", O_RDWR);
         dup2(devnull, STDIN_FILENO);
         dup2(devnull, STDOUT_FILENO);
