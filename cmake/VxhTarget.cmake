@@ -23,6 +23,12 @@ function(vxh_add_test name)
     vxh_target_defaults(${name})
     target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest GTest::gtest_main Threads::Threads)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    if(TARGET vxh_test_pch)
+        # A precompiled header is used only with the code model it was made with; Qt's targets ask
+        # for -fPIC, so every test is compiled that way.
+        target_compile_options(${name} PRIVATE -fPIC)
+        target_precompile_headers(${name} REUSE_FROM vxh_test_pch)
+    endif()
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()

@@ -1,0 +1,1 @@
+// The host of the tests' precompiled header: no tests of its own.
