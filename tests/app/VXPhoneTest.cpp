@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "AppTestSupport.h"
 #include "phone/VXPhone.h"
 #include "protocol/VXError.h"
 #include "protocol/VXInfo.h"
@@ -203,15 +204,7 @@ TEST(VXPhoneTest, receiveRaw_rawMode_givesTheBytesUndecoded) {
 }
 
 TEST(VXPhoneTest, connect_nothingListens_throwsWithTheAddress) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    const int port = ntohs(address.sin_port);
-    close(fd);
+    const int port = apptest::freePort();
     try {
         VXPhone::connect("127.0.0.1", port, 2s);
         ADD_FAILURE() << "connected to a closed port";

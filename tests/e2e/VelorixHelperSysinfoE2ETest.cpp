@@ -130,16 +130,6 @@ std::unique_ptr<E2ESubprocess> sleeper() {
     return std::make_unique<E2ESubprocess>("/usr/bin/env", std::vector<std::string>{"sleep", "300"});
 }
 
-// _NET_WM_ICON cardinals: a 16x16 red and a 32x32 green image.
-std::vector<unsigned long> redAndGreenIcon() {
-    std::vector<unsigned long> data{16, 16};
-    data.insert(data.end(), 16 * 16, 0xffff0000UL);
-    data.push_back(32);
-    data.push_back(32);
-    data.insert(data.end(), 32 * 32, 0xff00ff00UL);
-    return data;
-}
-
 // Polls a process's standard output until `pattern` matches it; returns the match.
 std::optional<std::smatch> waitForOutput(E2ESubprocess& process, const std::regex& pattern,
                                          std::chrono::seconds timeout, std::string& output) {
@@ -179,8 +169,9 @@ TEST_F(VelorixHelperSysinfoE2ETest, processlistAndIcons_windowsOfOtherProcesses_
     auto withoutIcon = sleeper();
     X11TestDesktop desktop(TestPlatform::display());
     ASSERT_TRUE(desktop.ok());
-    const auto first = desktop.createWindow({static_cast<int>(withIcon->pid()), "vxh-e2e-probe",
-                                             "VxhE2EProbe", "Probe one", "", redAndGreenIcon()});
+    const auto first =
+        desktop.createWindow({static_cast<int>(withIcon->pid()), "vxh-e2e-probe", "VxhE2EProbe", "Probe one",
+                              "", X11TestDesktop::redAndGreenIcon()});
     const auto second = desktop.createWindow(
         {static_cast<int>(withoutIcon->pid()), "vxh-e2e-probe", "VxhE2EProbe", "Probe two", "", {}});
     ASSERT_TRUE(desktop.waitUntilManaged(first));

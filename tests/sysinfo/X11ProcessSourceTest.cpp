@@ -51,15 +51,6 @@ private:
     pid_t pid_ = -1;
 };
 
-std::vector<unsigned long> twoSizedIcon() {
-    std::vector<unsigned long> data{16, 16};
-    data.insert(data.end(), 16 * 16, 0xffff0000UL);
-    data.push_back(32);
-    data.push_back(32);
-    data.insert(data.end(), 32 * 32, 0xff00ff00UL);
-    return data;
-}
-
 class X11ProcessSourceTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -127,8 +118,8 @@ TEST_F(X11ProcessSourceTest, uiProcesses_managedWindows_oneEntryPerPidInListOrde
 
 TEST_F(X11ProcessSourceTest, windowIcon_twoSizes_closestNotSmaller) {
     SleepingProcess owner;
-    const auto window =
-        desktop_->createWindow({owner.pid(), "icons", "Icons", "With icon", "", twoSizedIcon()});
+    const auto window = desktop_->createWindow(
+        {owner.pid(), "icons", "Icons", "With icon", "", X11TestDesktop::redAndGreenIcon()});
     ASSERT_TRUE(desktop_->waitUntilManaged(window));
     const auto small = source_->windowIcon(owner.pid(), 16);
     ASSERT_TRUE(small);
@@ -160,7 +151,7 @@ TEST_F(X11ProcessSourceTest, systemInfo_windowsWithGoodAndHostileIcons_titlesAnd
     SleepingProcess broken;
     // Broken icon data: a size far beyond the data, then a zero size, then garbage.
     const std::vector<unsigned long> brokenIcon{100000, 100000, 1, 2, 3, 0, 0, 0xdeadbeef};
-    desktop_->createWindow({good.pid(), "icons", "Icons", "Good", "", twoSizedIcon()});
+    desktop_->createWindow({good.pid(), "icons", "Icons", "Good", "", X11TestDesktop::redAndGreenIcon()});
     const auto last = desktop_->createWindow({broken.pid(), "oneapp", "OneApp", "Broken", "", brokenIcon});
     ASSERT_TRUE(desktop_->waitUntilManaged(last));
     ASSERT_EQ(waitForList(2).size(), 2u);

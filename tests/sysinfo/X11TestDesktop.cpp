@@ -91,3 +91,12 @@ bool X11TestDesktop::waitUntilManaged(unsigned long window) {
     }
     return false;
 }
+
+std::vector<unsigned long> X11TestDesktop::redAndGreenIcon() {
+    std::vector<unsigned long> data{16, 16};
+    data.insert(data.end(), 16 * 16, 0xffff0000UL);
+    data.push_back(32);
+    data.push_back(32);
+    data.insert(data.end(), 32 * 32, 0xff00ff00UL);
+    return data;
+}

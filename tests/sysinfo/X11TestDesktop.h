@@ -31,6 +31,8 @@ public:
         std::string type;                // "" or an EWMH type suffix such as "DOCK", "DIALOG", "UTILITY"
         std::vector<unsigned long> icon; // _NET_WM_ICON cardinals as Xlib takes them
     };
+    // _NET_WM_ICON cardinals of two images: 16x16 opaque red and 32x32 opaque green.
+    static std::vector<unsigned long> redAndGreenIcon();
     // Makes and maps a window; returns its id.
     unsigned long createWindow(const WindowDescription& description);
     // Unmaps and destroys a window.

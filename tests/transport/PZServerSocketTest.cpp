@@ -54,21 +54,6 @@ std::string runChild(const std::vector<const char*>& argv) {
     return {bytes.begin(), bytes.end()};
 }
 
-class PZServerSocketTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        server_->setDelegate(delegate_);
-        server_->scheduleInRunLoop(PZRunLoop::current());
-    }
-    void TearDown() override {
-        server_.reset();
-        EXPECT_TRUE(waitForThreads()) << "the accepting thread did not end";
-    }
-
-    std::shared_ptr<RecordingServerDelegate> delegate_ = std::make_shared<RecordingServerDelegate>();
-    std::shared_ptr<PZServerSocket> server_ = std::make_shared<PZServerSocket>();
-};
-
 } // namespace
 
 TEST_F(PZServerSocketTest, startOnPort_zero_systemPortAndConnectionsDelivered) {

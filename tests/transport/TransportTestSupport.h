@@ -2,6 +2,7 @@
 
 #include "transport/PZLogger.h"
 #include "transport/PZRunLoop.h"
+#include "transport/PZServerSocket.h"
 #include "transport/PZServerSocketDelegate.h"
 #include "transport/PZSocket.h"
 #include "transport/PZThread.h"
@@ -182,4 +183,21 @@ public:
 
     std::vector<Accepted> accepted;
     int closed = 0;
+};
+
+// A server socket scheduled on the test thread's run loop, its delegate recording what it delivers; the
+// accepting thread must have ended once the socket is gone.
+class PZServerSocketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server_->setDelegate(delegate_);
+        server_->scheduleInRunLoop(PZRunLoop::current());
+    }
+    void TearDown() override {
+        server_.reset();
+        EXPECT_TRUE(waitForThreads()) << "the accepting thread did not end";
+    }
+
+    std::shared_ptr<RecordingServerDelegate> delegate_ = std::make_shared<RecordingServerDelegate>();
+    std::shared_ptr<PZServerSocket> server_ = std::make_shared<PZServerSocket>();
 };
