@@ -108,13 +108,7 @@ double processMilliseconds(pid_t pid) {
 }
 
 double medianMilliseconds(int repetitions, const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int i = 0; i < repetitions; ++i) {
-        const auto start = Clock::now();
-        work();
-        times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
+    const auto times = sortedMilliseconds(repetitions, work);
     return times[times.size() / 2];
 }
 
