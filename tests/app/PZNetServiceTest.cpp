@@ -11,37 +11,13 @@
 
 #include "app/AppTestSupport.h"
 #include "app/PZNetService.h"
+#include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 #include "transport/PZLogger.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-// Every line logged while it lives.
-class LogLines {
-public:
-    LogLines() {
-        token_ = PZLogger::addObserver([this](std::string_view line) {
-            std::lock_guard lock(mutex_);
-            lines_.emplace_back(line);
-        });
-    }
-    ~LogLines() { PZLogger::removeObserver(token_); }
-    std::size_t countContaining(std::string_view text) const {
-        std::lock_guard lock(mutex_);
-        std::size_t n = 0;
-        for (const auto& line : lines_) {
-            n += line.find(text) != std::string::npos ? 1 : 0;
-        }
-        return n;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::size_t token_ = 0;
-};
 
 std::string waitForPublishedName(const PZNetService& service, std::chrono::seconds timeout = 20s) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -109,7 +85,7 @@ TEST(PZNetServiceTest, publish_daemonAbsentThenStartedThenRestarted_publishesEac
         GTEST_SKIP()
             << "the avahi-daemon was not started by the test services (VXH_TEST_AVAHI_PIDFILE unset)";
     }
-    LogLines log;
+    LogCapture log;
     ASSERT_TRUE(daemon.stop());
     const int port = apptest::freePort();
     PZNetService service(PZNetService::kServerType, "VXH restart " + std::to_string(port), port);

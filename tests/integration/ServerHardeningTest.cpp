@@ -1,4 +1,5 @@
 #include "ServerTestSupport.h"
+#include "support/LogCapture.h"
 
 #include "protocol/VXInfo.h"
 #include "session/VXClient.h"
@@ -18,40 +19,6 @@
 using namespace servertest;
 
 namespace {
-
-// Every line the server logs while it lives.
-class LogLines {
-public:
-    LogLines() {
-        token_ = PZLogger::addObserver([this](std::string_view line) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            lines_.emplace_back(line);
-        });
-    }
-    ~LogLines() { PZLogger::removeObserver(token_); }
-
-    std::size_t countContaining(const std::string& part) const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return static_cast<std::size_t>(
-            std::count_if(lines_.begin(), lines_.end(),
-                          [&](const std::string& line) { return line.find(part) != std::string::npos; }));
-    }
-    bool waitFor(const std::string& part) const {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
-        while (countContaining(part) == 0) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(milliseconds(10));
-        }
-        return true;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::size_t token_ = 0;
-};
 
 std::string repeated(const std::string& piece, std::size_t times) {
     std::string text;
@@ -86,7 +53,7 @@ class ServerHardening : public ::testing::TestWithParam<Hostile> {};
 
 TEST_P(ServerHardening, hostilePhone_isClosedHardWhileAnotherPhoneKeepsBeingServed) {
     const Hostile& hostile = GetParam();
-    LogLines log;
+    LogCapture log;
     ServerHarness::Options options;
     if (hostile.password) {
         options.password = "pw";
@@ -158,7 +125,7 @@ TEST(ServerHardeningLimits, pendingRequests_exactly256_areAllAnsweredAfterThePas
 }
 
 TEST(ServerHardeningLimits, chatteringPhoneWithinTheLimits_keepsItsSessionAndItsLogIsRateLimited) {
-    LogLines log;
+    LogCapture log;
     auto server = ServerHarness::start();
     auto good = conformPhone(*server);
     auto chatter = connectPhone(*server);

@@ -28,7 +28,7 @@ TEST(PZJSONValue, getValue_table_convertsBareValues) {
         {"-3", PZValue(-3)},  {"1e2", PZValue(100)},   {"abc", PZValue(0)},       {"", PZValue(0)},
         {"True", PZValue(0)}, {"7}", PZValue(7)},      {"1.2.3", std::nullopt},   {"..", std::nullopt},
     };
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : cases) {
         PZJSONValue value;
         for (const char ch : std::string_view(c.text)) {
@@ -39,7 +39,7 @@ TEST(PZJSONValue, getValue_table_convertsBareValues) {
 }
 
 TEST(PZJSONValue, getValue_manyPoints_logsOncePerExtraPoint) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONValue value;
     for (const char c : std::string_view("1.2.3.4")) {
         value.addChar(c);
@@ -56,7 +56,7 @@ TEST(PZJSONTree, setEndOfLastObject_singleNumber_returnsIt) {
 }
 
 TEST(PZJSONTree, setEndOfLastObject_twoPoints_logsAndKeepsTheValue) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONTree tree;
     pushValue(tree, "1.2.3");
     EXPECT_FALSE(tree.setEndOfLastObject());
@@ -66,7 +66,7 @@ TEST(PZJSONTree, setEndOfLastObject_twoPoints_logsAndKeepsTheValue) {
 }
 
 TEST(PZJSONTree, setEndOfLastObject_objectWithPendingKey_staysAndTheKeyGetsNull) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONTree tree;
     tree.addObject();
     tree.addFieldToLastObject("a");
@@ -110,7 +110,7 @@ TEST(PZJSONTree, setEndOfLastObject_encodedAndPlainStrings_decodeToTextOrEmpty) 
 }
 
 TEST(PZJSONTree, addToLast_wrongTopElement_logsTheKeptTexts) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONTree tree;
     tree.addFieldToLastObject("k");
     tree.addCharToLastString('x');
@@ -130,7 +130,7 @@ TEST(PZJSONTree, addToLast_wrongTopElement_logsTheKeptTexts) {
 }
 
 TEST(PZJSONTree, setEndOfLastObject_parentIsStringOrValue_logsAndReturnsNothing) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONTree tree;
     tree.addString();
     pushValue(tree, "1");
@@ -143,7 +143,7 @@ TEST(PZJSONTree, setEndOfLastObject_parentIsStringOrValue_logsAndReturnsNothing)
 }
 
 TEST(PZJSONObject, addFieldAndValue_mismatch_logsAndRepairsOrDrops) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     PZJSONObject object;
     object.addValueToLastField(PZValue(1));
     object.addField("a");

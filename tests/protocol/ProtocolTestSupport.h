@@ -26,6 +26,7 @@
 #include "protocol/VXTrackpadCommand.h"
 #include "protocol/VXTranslator.h"
 #include "protocol/VXTranslatorDelegate.h"
+#include "support/LogCapture.h"
 #include "transport/PZLogger.h"
 
 namespace vxtest {
@@ -48,39 +49,6 @@ inline std::vector<std::uint8_t> bytes(std::string_view text) {
 inline std::string text(const std::vector<std::uint8_t>& data) {
     return {data.begin(), data.end()};
 }
-
-// Every line logged while it lives; stderr and syslog are silenced meanwhile.
-class LogRecorder {
-public:
-    LogRecorder() {
-        PZLogger::setEchoEnabled(false);
-        token_ = PZLogger::addObserver([this](std::string_view line) {
-            std::lock_guard lock(mutex_);
-            lines_.emplace_back(line);
-        });
-    }
-    ~LogRecorder() {
-        PZLogger::removeObserver(token_);
-        PZLogger::setEchoEnabled(true);
-    }
-    std::vector<std::string> lines() const {
-        std::lock_guard lock(mutex_);
-        return lines_;
-    }
-    std::size_t count(std::string_view line) const {
-        std::lock_guard lock(mutex_);
-        std::size_t n = 0;
-        for (const auto& l : lines_) {
-            n += l == line ? 1 : 0;
-        }
-        return n;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::size_t token_ = 0;
-};
 
 // A fresh $HOME (with a "tmp" folder) for the life of the object.
 class TemporaryHome {

@@ -132,14 +132,14 @@ std::vector<std::string> translate(const std::string& wire, const std::vector<st
 }
 
 TEST(VXTranslatorJSON, translateBytes_goldenMessages_giveTheirDelegateCalls) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : jsonCases()) {
         EXPECT_EQ(translate(c.wire, {}), c.calls) << c.name;
     }
 }
 
 TEST(VXTranslatorJSON, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCalls) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : jsonCases()) {
         std::vector<std::string> whole;
         const auto expected = translate(c.wire, {}, &whole);
@@ -155,7 +155,7 @@ TEST(VXTranslatorJSON, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCal
 }
 
 TEST(VXTranslatorJSON, translateBytes_singleByteChunksOfAllMessages_giveAllCalls) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     std::string stream;
     std::vector<std::string> expected;
     for (const auto& c : jsonCases()) {
@@ -179,7 +179,7 @@ TEST(VXTranslatorJSON, translateBytes_singleByteChunksOfAllMessages_giveAllCalls
 // The translator reuses the storage of finished objects: a message read after others must give
 // exactly what it gives on a fresh translator, whatever came before it.
 TEST(VXTranslatorJSON, translateBytes_messagesAfterLargerOnes_carryNothingOver) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     const std::string trackpad = "%74%72%61%63%6b%70%61%64";
     std::vector<std::string> messages = {
         R"j({"request":{"type":"%61","text":"%62","a":"%31","b":{"c":1,"d":{"e":2}},"f":[{"g":3}],"h":4}})j",
@@ -245,7 +245,7 @@ TEST(VXTranslatorJSON, translateBytes_messagesThatDoNotQualify_giveNoCall) {
     };
     for (const auto& [name, wire] : cases) {
         Reader reader;
-        vxtest::LogRecorder log;
+        LogCapture log{LogCapture::Echo::Silenced};
         feed(reader.translator, wire);
         EXPECT_TRUE(reader.delegate.calls.empty()) << name;
     }
@@ -266,7 +266,7 @@ TEST(VXTranslatorJSON, decodeAndTellDelegate_severalKeys_fixedOrderDecides) {
 
 TEST(VXTranslatorJSON, translateBytes_fileUploadWithFileSink_writesContentToHomeTmpUnchanged) {
     vxtest::TemporaryHome home;
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     VXTranslator translator;
     RecordingDelegate delegate;
     translator.setDelegate(&delegate);
@@ -296,7 +296,7 @@ TEST(VXTranslatorJSON, translateBytes_fileUploadWithFileSink_writesContentToHome
 TEST(VXTranslatorJSON, translateBytes_fileUploadWithoutTmpFolder_dropsBytesAndHasNoLocalPath) {
     vxtest::TemporaryHome home;
     std::filesystem::remove(home.tmp());
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     VXTranslator translator;
     RecordingDelegate delegate;
     translator.setDelegate(&delegate);
@@ -309,7 +309,7 @@ TEST(VXTranslatorJSON, translateBytes_fileUploadWithoutTmpFolder_dropsBytesAndHa
 }
 
 TEST(VXTranslatorJSON, translateBytes_streamInServerWriterForm_leavesTheOuterObjectOpen) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     Reader reader;
     auto file = VXFile::fileWithDataPath(vxtest::bytes("abc"), "/p");
     file->setOriginalPath("/p");
@@ -335,7 +335,7 @@ TEST(VXTranslatorJSON, prepareForStream_lengthAbsentLateOrNotANumber_givesEmptyS
         {"zeroLength", R"j({"file":{"length":0,"stream":X}})j"},
     };
     for (const auto& [name, wire] : cases) {
-        vxtest::LogRecorder log;
+        LogCapture log{LogCapture::Echo::Silenced};
         Reader reader;
         feed(reader.translator, wire);
         ASSERT_EQ(reader.delegate.files.size(), 1u) << name;
@@ -357,7 +357,7 @@ TEST(VXTranslatorJSON, translateBytes_topLevelArray_returnsToStateZero) {
 
 TEST(VXTranslatorJSON, translateBytes_topLevelBareValueOrString_misreadsTheNextMessage) {
     for (const char* first : {"5 ", "\"%61\""}) {
-        vxtest::LogRecorder log;
+        LogCapture log{LogCapture::Echo::Silenced};
         Reader reader;
         feed(reader.translator, first);
         EXPECT_EQ(reader.translator.jsonParsingState(), 2) << first;
@@ -372,7 +372,7 @@ TEST(VXTranslatorJSON, translateBytes_topLevelBareValueOrString_misreadsTheNextM
 }
 
 TEST(VXTranslatorJSON, translateBytes_emptyObjectOrBadSeparator_logsAndSkips) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     Reader reader;
     feed(reader.translator, "{}");
     EXPECT_EQ(log.count("ERRORE NEL PARSING DEL JSON: carattere inaspettato } mentre si aspettava '\"'"), 1u);
@@ -393,7 +393,7 @@ TEST(VXTranslatorJSON, translateBytes_backslashOrPlainText_isNotEscapedOrDecoded
 }
 
 TEST(VXTranslatorJSON, translateBytes_numberWithTwoPoints_logsAndStaysInconsistent) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     Reader reader;
     feed(reader.translator, R"j({"cmd":{"type":"%61","pid":1.2.3}})j");
     EXPECT_TRUE(reader.delegate.calls.empty());
@@ -489,7 +489,7 @@ TEST(VXTranslatorLimits, translateBytes_objectsWithManyKeysAndStreams_areReadInL
     EXPECT_EQ(reader.delegate.requests[0]->arguments()->size(), 200000u);
     EXPECT_EQ(*reader.delegate.requests[0]->arguments()->findString("k7"), "2") << "a later duplicate wins";
 
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     std::string streams = R"({"file":{"length":1)";
     for (int i = 0; i < 100000; ++i) {
         streams += R"(,"stream":xy)";

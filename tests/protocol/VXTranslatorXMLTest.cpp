@@ -100,14 +100,14 @@ std::vector<std::string> translate(const std::string& wire, const std::vector<st
 }
 
 TEST(VXTranslatorXML, translateBytes_goldenElements_giveTheirDelegateCalls) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : xmlCases()) {
         EXPECT_EQ(translate(c.wire, {}), c.calls) << c.name;
     }
 }
 
 TEST(VXTranslatorXML, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCalls) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : xmlCases()) {
         std::vector<std::string> whole;
         const auto expected = translate(c.wire, {}, &whole);
@@ -124,7 +124,7 @@ TEST(VXTranslatorXML, translateBytes_everyTwoAndThreeChunkSplit_givesTheSameCall
 
 // An element read after others must give exactly what it gives on a fresh translator.
 TEST(VXTranslatorXML, translateBytes_elementsAfterLargerOnes_carryNothingOver) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     const std::string trackpad = "%74%72%61%63%6b%70%61%64";
     std::vector<std::string> elements = {
         R"j(<request type="%61" a="%31" b="%32" c="%33">%74</request>)j",
@@ -151,7 +151,7 @@ TEST(VXTranslatorXML, translateBytes_elementsAfterLargerOnes_carryNothingOver) {
 }
 
 TEST(VXTranslatorXML, translateBytes_serverWrittenElements_giveEqualMessages) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     Reader reader;
     VXRequest request("directory", "/home/u", [] {
         PZDictionary d;
@@ -219,7 +219,7 @@ TEST(VXTranslatorXML, makeCommandWithArgumentsContent_contentNotTwoParts_givesNo
 
 TEST(VXTranslatorXML, translateBytes_fileElementWithFileSink_writesContentHoldingAngleBracket) {
     vxtest::TemporaryHome home;
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     VXTranslator translator;
     RecordingDelegate delegate;
     translator.setDelegate(&delegate);
@@ -239,7 +239,7 @@ TEST(VXTranslatorXML, translateBytes_fileElementWithFileSink_writesContentHoldin
 
 TEST(VXTranslatorXML, translateBytes_fileElementOverFileOrLink_replacesWithoutFollowing) {
     vxtest::TemporaryHome home;
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     const auto victim = home.path() / "victim";
     { std::ofstream(victim) << "keep"; }
     std::filesystem::create_symlink(victim, home.tmp() / "link");
@@ -267,7 +267,7 @@ TEST(VXTranslatorXML, translateBytes_fileElementNames_areReducedToTheLastCompone
         {"a/..", std::nullopt},
     };
     for (const auto& [name, path] : cases) {
-        vxtest::LogRecorder log;
+        LogCapture log{LogCapture::Echo::Silenced};
         Reader reader;
         feed(reader.translator,
              R"j(<file name=")j" + E(name) + R"j(" length="%32">xy</file><process pid="%31">%61</process>)j");
@@ -283,7 +283,7 @@ TEST(VXTranslatorXML, translateBytes_fileElementNames_areReducedToTheLastCompone
 }
 
 TEST(VXTranslatorXML, translateBytes_fileElementWithoutLengthOrName_logsAndSkips) {
-    vxtest::LogRecorder log;
+    LogCapture log{LogCapture::Echo::Silenced};
     Reader reader;
     feed(reader.translator,
          R"j(<file name="%61">X</file><file length="%32">xy</file><info subject="%61">%62</info>)j");
@@ -308,7 +308,7 @@ TEST(VXTranslatorXML, translateBytes_malformedElements_areDroppedAndReadingGoesO
         {"noSlashAfterLessThan", R"j(<info subject="%61">%62<xy/info>)j", 2},
     };
     for (const auto& c : cases) {
-        vxtest::LogRecorder log;
+        LogCapture log{LogCapture::Echo::Silenced};
         Reader reader;
         feed(reader.translator, c.wire + R"j(<process pid="%37">%61</process>)j");
         EXPECT_EQ(log.lines().size(), c.logged) << c.name;

@@ -1,6 +1,6 @@
 #include "sysinfo/HMVolumeControl.h"
 
-#include "LogCapture.h"
+#include "support/LogCapture.h"
 #include "sysinfo/fakes/FakeAudioOutput.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ TEST_F(HMVolumeControlTest, setVolume_outOfRange_logsAndChangesNothing) {
     for (const auto& c : cases) {
         log_.clear();
         control_.setVolume(c.value);
-        EXPECT_EQ(log_.count(c.text), 1) << c.text;
+        EXPECT_EQ(log_.countContaining(c.text), 1u) << c.text;
         EXPECT_FLOAT_EQ(*output_->state().volume, 0.5f);
         EXPECT_FALSE(output_->state().muted);
     }
@@ -69,7 +69,7 @@ TEST_F(HMVolumeControlTest, volume_unreadableDevice_logsDeviceInHexAndReturnsZer
         s.volume = std::nullopt;
     });
     EXPECT_EQ(control_.volume(), 0.0f);
-    EXPECT_EQ(log_.count("No volume returned for device 0x2a"), 1);
+    EXPECT_EQ(log_.countContaining("No volume returned for device 0x2a"), 1u);
 }
 
 TEST_F(HMVolumeControlTest, defaultOutputDeviceID_absentDevice_logsOncePerAbsence) {
@@ -77,20 +77,20 @@ TEST_F(HMVolumeControlTest, defaultOutputDeviceID_absentDevice_logsOncePerAbsenc
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(control_.volume(), 0.0f);
     }
-    EXPECT_EQ(log_.count("Cannot find default output device!"), 1);
-    EXPECT_EQ(log_.count("Unknown device"), 1);
+    EXPECT_EQ(log_.countContaining("Cannot find default output device!"), 1u);
+    EXPECT_EQ(log_.countContaining("Unknown device"), 1u);
 
     output_->change([](auto& s) { s.device = 7; });
     EXPECT_EQ(control_.defaultOutputDeviceID(), 7u);
     output_->change([](auto& s) { s.device = 0; });
     EXPECT_EQ(control_.defaultOutputDeviceID(), 0u);
-    EXPECT_EQ(log_.count("Cannot find default output device!"), 2);
+    EXPECT_EQ(log_.countContaining("Cannot find default output device!"), 2u);
 }
 
 TEST_F(HMVolumeControlTest, setVolume_noDevice_logsUnknownDevice) {
     output_->change([](auto& s) { s.device = 0; });
     control_.setVolume(0.3f);
-    EXPECT_EQ(log_.count("Unknown device"), 1);
+    EXPECT_EQ(log_.countContaining("Unknown device"), 1u);
 }
 
 TEST_F(HMVolumeControlTest, setVolume_refusingDevice_logsTheMatchingText) {
@@ -121,7 +121,7 @@ TEST_F(HMVolumeControlTest, setVolume_refusingDevice_logsTheMatchingText) {
         });
         log_.clear();
         control_.setVolume(c.value);
-        EXPECT_EQ(log_.count(c.text), 1) << c.name;
+        EXPECT_EQ(log_.countContaining(c.text), 1u) << c.name;
         EXPECT_FLOAT_EQ(*output_->state().volume, c.expectedLevel) << c.name;
         EXPECT_EQ(output_->state().muted, c.expectedMuted) << c.name;
     }

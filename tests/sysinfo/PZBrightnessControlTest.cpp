@@ -1,6 +1,6 @@
 #include "sysinfo/PZBrightnessControl.h"
 
-#include "LogCapture.h"
+#include "support/LogCapture.h"
 #include "sysinfo/fakes/FakeBacklight.h"
 #include "sysinfo/linux/SysfsBacklight.h"
 
@@ -99,7 +99,7 @@ TEST(PZBrightnessControlTest, getBrightness_noBacklight_returnsMinusOneAndLogsOn
         EXPECT_EQ(none.getBrightness(), -1.0f);
         missingRoot.setBrightness(0.5f);
     }
-    EXPECT_EQ(log.count("Brightness: no backlight under /nonexistent/backlight"), 1);
+    EXPECT_EQ(log.countContaining("Brightness: no backlight under /nonexistent/backlight"), 1u);
 }
 
 TEST(PZBrightnessControlTest, getBrightness_brokenFiles_skipsToTheNextDisplay) {
@@ -148,7 +148,7 @@ TEST(PZBrightnessControlTest, displayList_fails_logsErrorAndReturnsMinusOne) {
     PZBrightnessControl control(backlight);
     EXPECT_EQ(control.getBrightness(), -1.0f);
     control.setBrightness(0.9f);
-    EXPECT_EQ(log.count("cannot get list of displays (error 5)"), 2);
+    EXPECT_EQ(log.countContaining("cannot get list of displays (error 5)"), 2u);
     EXPECT_FLOAT_EQ(backlight->displays()[0].value, 0.3f);
 }
 

@@ -2,8 +2,8 @@
 #include "sysinfo/HMVolumeControl.h"
 #include "sysinfo/linux/ProgramOutput.h"
 
-#include "LogCapture.h"
 #include "PulseAudioProcess.h"
+#include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 
 #include <gtest/gtest.h>
@@ -116,8 +116,8 @@ TEST(PulseAudioPrivateTest, volume_serverKilledAndRestarted_neutralThenRecovers)
         control.setVolume(0.9f);
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     }
-    EXPECT_EQ(log.count("Cannot find default output device!"), 1);
-    EXPECT_EQ(log.count("Volume: no audio server answers"), 1);
+    EXPECT_EQ(log.countContaining("Cannot find default output device!"), 1u);
+    EXPECT_EQ(log.countContaining("Volume: no audio server answers"), 1u);
 
     ASSERT_TRUE(pulse.start());
     std::this_thread::sleep_for(std::chrono::milliseconds(30));

@@ -5,8 +5,8 @@
 #include "sysinfo/linux/GSettingsDesktopSettings.h"
 #include "sysinfo/linux/ProgramOutput.h"
 
-#include "LogCapture.h"
 #include "TempTree.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -165,7 +165,7 @@ TEST_F(ApplicationsFixture, getUIElementProcesses_processWithoutName_loggedAndLe
     const auto processes = info_->getUIElementProcesses();
     ASSERT_EQ(processes.size(), 1u);
     EXPECT_EQ(processes[0]->pid(), 78);
-    EXPECT_EQ(log.count("Error: there is no name for process 77"), 1);
+    EXPECT_EQ(log.countContaining("Error: there is no name for process 77"), 1u);
 }
 
 TEST_F(ApplicationsFixture, getProcessWithPSN_serialNumbers_processComputerOrNothing) {
@@ -235,7 +235,7 @@ TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_programFailsOrMissing_give
     LogCapture log;
     EXPECT_FALSE(GSettingsDesktopSettings(failing).favoriteDesktopIds());
     EXPECT_FALSE(GSettingsDesktopSettings(tree.path("missing-program")).favoriteDesktopIds());
-    EXPECT_GE(log.count("The desktop keeps no favourite applications"), 1);
+    EXPECT_GE(log.countContaining("The desktop keeps no favourite applications"), 1u);
     // Where GNOME Shell is not installed, the real gsettings has no such schema.
     if (std::system("gsettings list-schemas 2>/dev/null | grep -qx org.gnome.shell") != 0 &&
         std::system("command -v gsettings >/dev/null 2>&1") == 0) {

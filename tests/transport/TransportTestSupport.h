@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/LogCapture.h"
 #include "transport/PZLogger.h"
 #include "transport/PZRunLoop.h"
 #include "transport/PZServerSocket.h"
@@ -42,30 +43,6 @@ inline bool waitForThreads(std::chrono::milliseconds timeout = 10s) {
     }
     return PZThread::runningCount() == 0;
 }
-
-// Collects every logged line while it exists.
-class LogCapture {
-public:
-    LogCapture() {
-        token_ = PZLogger::addObserver([this](std::string_view line) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            lines_.emplace_back(line);
-        });
-    }
-    ~LogCapture() { PZLogger::removeObserver(token_); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    std::size_t count(const std::string& line) const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line));
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::size_t token_ = 0;
-};
 
 // A listening loopback socket made with plain POSIX calls, the test's side of a connection.
 class RawListener {
