@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-#include <vector>
-
 // Gives each test its own XDG_CONFIG_HOME and HOME in a fresh temporary folder, set before the test body
 // touches any settings, and restores the environment afterwards.
 class ConfigHomeFixture : public ::testing::Test {
@@ -31,7 +27,6 @@ protected:
 
 private:
     std::string root_;
-    std::optional<std::string> savedXdg_;
-    std::optional<std::string> savedHome_;
+    std::vector<std::pair<const char*, std::optional<std::string>>> savedEnv_;
     int copies_ = 0;
 };

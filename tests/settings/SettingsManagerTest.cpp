@@ -14,28 +14,25 @@ protected:
     }
 };
 
-TEST_F(SettingsManagerTest, checkIsFirstTime_emptyStore_writesDefaultsAndReturnsNo) {
+TEST_F(SettingsManagerTest,
+       checkIsFirstTime_emptyStoreThenAgainThenFirstTimeByHand_defaultsOnlyOnFirstLaunch) {
     EXPECT_FALSE(SettingsManager::checkIsFirstTime());
     EXPECT_EQ(readFreshCopy("first_time").value, "false");
     EXPECT_EQ(SettingsManager::getSocketPort(), 2846);
     EXPECT_TRUE(SettingsManager::checkUpdateAutomatically());
     EXPECT_TRUE(SettingsManager::startAtLogin());
     EXPECT_EQ(readFreshCopy("keyboard_input_method").value, "1");
-}
 
-TEST_F(SettingsManagerTest, checkIsFirstTime_secondCall_changesNothing) {
-    SettingsManager::checkIsFirstTime();
+    // A second call changes nothing.
     SettingsManager::setSocketPort(3000);
     SettingsManager::setCheckUpdateAutomatically(false);
     SettingsManager::setStartAtLogin(false);
     const std::string before = readFile(SettingsStore::filePath());
-
     EXPECT_FALSE(SettingsManager::checkIsFirstTime());
     EXPECT_EQ(readFile(SettingsStore::filePath()), before);
     EXPECT_FALSE(SettingsManager::startAtLogin());
-}
 
-TEST_F(SettingsManagerTest, checkIsFirstTime_firstTimeTrueByHand_isFirstLaunchAgain) {
+    // first_time=true written by hand makes it a first launch again.
     writeFile(SettingsStore::filePath(),
               "[General]\nfirst_time=true\nsocket%20port=3000\nupdate%20check=false\n");
     EXPECT_TRUE(SettingsManager::checkIsFirstTime());
@@ -62,32 +59,23 @@ TEST_F(SettingsManagerTest, getKeyboardInputMethod_storedValues_zeroOrMissingRep
     }
 }
 
-TEST_F(SettingsManagerTest, getAppId_sameMillisecondInTwoInstallations_sameIdentifier) {
+TEST_F(SettingsManagerTest, getAppId_madeFromTheMillisecondOnceThenStored) {
     constexpr std::int64_t now = 1714557600123;
     const std::string first = SettingsManager::getAppId(now);
+    ASSERT_EQ(first.size(), 10u);
+    EXPECT_EQ(first.find_first_not_of(SettingsManager::appIdAlphabet), std::string::npos);
+    EXPECT_EQ(SettingsManager::getAppId(), first) << "stored, returned unchanged";
     useOtherInstallation("second");
-    EXPECT_EQ(SettingsManager::getAppId(now), first);
+    EXPECT_EQ(SettingsManager::getAppId(now), first) << "the same millisecond in another installation";
     useOtherInstallation("third");
     EXPECT_NE(SettingsManager::getAppId(now + 1), first);
 
-    ASSERT_EQ(first.size(), 10u);
-    EXPECT_EQ(first.find_first_not_of(SettingsManager::appIdAlphabet), std::string::npos);
-}
-
-TEST_F(SettingsManagerTest, getAppId_seedOfOne_followsTheCLibrarySequence) {
     // glibc's rand() after srand(1) gives 1804289383, 846930886, 1681692777, ...; each modulo 62 indexes
     // the alphabet. 2^32 + 1 milliseconds is cut to the same 32-bit seed.
-    int installation = 0;
     for (const std::int64_t milliseconds : {std::int64_t{1}, std::int64_t{4294967297}}) {
-        useOtherInstallation("install" + std::to_string(++installation));
+        useOtherInstallation("install" + std::to_string(milliseconds));
         EXPECT_EQ(SettingsManager::getAppId(milliseconds), "flRIZbjJS1") << milliseconds;
     }
-}
-
-TEST_F(SettingsManagerTest, getAppId_alreadyStored_returnedUnchanged) {
-    const std::string created = SettingsManager::getAppId(5);
-    EXPECT_EQ(SettingsManager::getAppId(), created);
-
     writeFile(SettingsStore::filePath(), "[General]\napp_id=handWritten\n");
     EXPECT_EQ(SettingsManager::getAppId(), "handWritten");
 }

@@ -3,11 +3,9 @@
 #include "settings/SettingsStore.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -117,18 +115,6 @@ TEST_F(SettingsStoreTest, getString_changedByAnotherProcess_seenAtNextRead) {
             EXPECT_EQ(SettingsStore::getString("connection_password"), value);
         }
     }
-}
-
-TEST_F(SettingsStoreTest, setString_manyWrites_leaveOnlyTheSettingsFile) {
-    std::string last;
-    for (int i = 0; i < 200; ++i) {
-        last = std::string(static_cast<std::size_t>(i % 40), 'x') + std::to_string(i);
-        ASSERT_TRUE(SettingsStore::setString("connection_password", last));
-    }
-    EXPECT_EQ(filesIn(configHome() + "/VelorixHelper"), std::vector<std::string>{"VelorixHelper.conf"});
-    const FreshRead fresh = readFreshCopy("connection_password");
-    EXPECT_TRUE(fresh.parsed);
-    EXPECT_EQ(fresh.value, last);
 }
 
 TEST_F(SettingsStoreTest, setString_writerKilledMidLoop_leavesOneCompleteValue) {
