@@ -2,7 +2,6 @@
 #include "sysinfo/HMVolumeControl.h"
 #include "sysinfo/linux/ProgramOutput.h"
 
-#include "PulseAudioProcess.h"
 #include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 
@@ -10,8 +9,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cmath>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -19,15 +23,71 @@ bool pulseInstalled() {
     return std::system("command -v pulseaudio >/dev/null 2>&1 && command -v pactl >/dev/null 2>&1") == 0;
 }
 
-// pactl against a given server: its output, nothing when it failed.
-std::optional<std::string> runPactl(const std::string& server, std::vector<std::string> arguments) {
+// pactl against a given server: its output, "(pactl failed)" when it failed.
+std::string pactl(const std::string& server, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"pactl", "--server=" + server});
-    return ProgramOutput::run(arguments);
+    return ProgramOutput::run(arguments).value_or("(pactl failed)");
 }
 
-std::string pactl(const std::string& server, std::vector<std::string> arguments) {
-    return runPactl(server, std::move(arguments)).value_or("(pactl failed)");
-}
+// A private PulseAudio daemon with a null sink, in a runtime folder of its own, for a test that stops
+// and restarts its audio server.
+class PulseAudioProcess {
+public:
+    PulseAudioProcess() {
+        char pattern[] = "/tmp/vxh-pulse-XXXXXX";
+        folder_ = mkdtemp(pattern);
+        chmod(folder_.c_str(), 0700);
+    }
+    ~PulseAudioProcess() {
+        stop();
+        std::error_code error;
+        std::filesystem::remove_all(folder_, error);
+    }
+    // Starts the daemon (again) and waits until it answers; false when it does not within 15 s.
+    bool start() {
+        const std::string log = "--log-target=file:" + folder_ + "/pulse.log";
+        const pid_t parent = getpid();
+        pid_ = fork();
+        if (pid_ == 0) {
+            TestPlatform::endWithParent(parent);
+            const int devnull = open("/dev/null", O_RDWR);
+            for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                dup2(devnull, fd);
+            }
+            setenv("XDG_RUNTIME_DIR", folder_.c_str(), 1);
+            setenv("HOME", folder_.c_str(), 1);
+            unsetenv("PULSE_SERVER");
+            execlp("pulseaudio", "pulseaudio", "--daemonize=no", "-n", "--exit-idle-time=-1", log.c_str(),
+                   "--load=module-native-protocol-unix", "--load=module-null-sink sink_name=test_sink",
+                   nullptr);
+            _exit(127);
+        }
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (ProgramOutput::run({"pactl", "--server=" + server(), "info"})) {
+                return true;
+            }
+            if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+                pid_ = -1;
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+    void stop() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+            pid_ = -1;
+        }
+    }
+    std::string server() const { return "unix:" + folder_ + "/pulse/native"; }
+
+private:
+    std::string folder_;
+    pid_t pid_ = -1;
+};
 
 // The shared test server's default sink, driven by pactl and by the code in turn.
 class PulseAudioSharedTest : public testing::Test {
@@ -46,7 +106,7 @@ protected:
 TEST_F(PulseAudioSharedTest, volume_setByPactl_readByCode) {
     HMVolumeControl control(output_);
     for (const char* percent : {"40%", "100%", "0%", "73%"}) {
-        ASSERT_TRUE(runPactl(server_, {"set-sink-volume", "@DEFAULT_SINK@", percent}));
+        ASSERT_NE(pactl(server_, {"set-sink-volume", "@DEFAULT_SINK@", percent}), "(pactl failed)");
         EXPECT_NEAR(control.volume(), std::stof(percent) / 100.0f, 0.001f) << percent;
     }
     pactl(server_, {"set-sink-mute", "@DEFAULT_SINK@", "1"});
