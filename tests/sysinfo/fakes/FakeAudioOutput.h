@@ -4,12 +4,12 @@
 
 #include <mutex>
 
-// An audio output whose state the test sets and reads: one device (or none), its level and mute,
-// and switches that make it refuse or fail. Thread-safe.
+// An audio output whose state the test sets and reads: one device (0: none), its level and mute, and
+// switches that make it refuse or fail. Thread-safe.
 class FakeAudioOutput : public VXAudioOutput {
 public:
     struct State {
-        std::uint32_t device = 3; // 0: no output device
+        std::uint32_t device = 3;
         std::optional<float> volume = 0.5f;
         bool muted = false;
         bool volumeSettable = true;
@@ -18,67 +18,43 @@ public:
         bool setMuteFails = false;
     };
 
-    // A copy of the current state.
-    State state() const {
+    // Runs `f` on the state under the lock (a change as the system would make it) and returns its result.
+    template <typename F> auto change(F&& f) {
         std::lock_guard<std::mutex> lock(mutex_);
-        return state_;
+        return f(state_);
     }
-    // Changes the state as the system would (another program moving the volume).
-    template <typename Change> void change(Change&& change) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        change(state_);
+    State state() {
+        return change([](State& s) { return s; });
     }
-    // The level, as another program would set it / as it stands (0 without a level).
     void setLevel(float volume) {
-        change([volume](State& state) { state.volume = volume; });
+        change([volume](State& s) { s.volume = volume; });
     }
-    float level() const { return state().volume.value_or(0.0f); }
-    // How many times the level was read.
-    int volumeReads() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return volumeReads_;
-    }
+    float level() { return state().volume.value_or(0.0f); }
 
     std::uint32_t defaultOutputDevice() override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return state_.device;
+        return change([](State& s) { return s.device; });
     }
-    std::optional<float> volume(std::uint32_t device) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++volumeReads_;
-        return device == state_.device ? state_.volume : std::nullopt;
+    std::optional<float> volume(std::uint32_t d) override {
+        return change([d](State& s) { return d == s.device ? s.volume : std::nullopt; });
     }
-    bool canSetVolume(std::uint32_t device) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return device == state_.device && state_.volumeSettable;
+    std::optional<bool> muted(std::uint32_t d) override {
+        return change([d](State& s) { return d == s.device ? std::optional<bool>(s.muted) : std::nullopt; });
     }
-    bool setVolume(std::uint32_t device, float volume) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (device != state_.device || state_.setVolumeFails) {
-            return false;
-        }
-        state_.volume = volume;
-        return true;
+    bool canSetVolume(std::uint32_t d) override {
+        return change([d](State& s) { return d == s.device && s.volumeSettable; });
     }
-    bool canSetMute(std::uint32_t device) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return device == state_.device && state_.muteSettable;
+    bool canSetMute(std::uint32_t d) override {
+        return change([d](State& s) { return d == s.device && s.muteSettable; });
     }
-    bool setMute(std::uint32_t device, bool muted) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (device != state_.device || state_.setMuteFails) {
-            return false;
-        }
-        state_.muted = muted;
-        return true;
+    bool setVolume(std::uint32_t d, float volume) override {
+        return change(
+            [&](State& s) { return d == s.device && !s.setVolumeFails && (s.volume = volume, true); });
     }
-    std::optional<bool> muted(std::uint32_t device) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return device == state_.device ? std::optional<bool>(state_.muted) : std::nullopt;
+    bool setMute(std::uint32_t d, bool muted) override {
+        return change([&](State& s) { return d == s.device && !s.setMuteFails && (s.muted = muted, true); });
     }
 
 private:
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     State state_;
-    int volumeReads_ = 0;
 };

@@ -2,10 +2,11 @@
 
 #include "sysinfo/VXBacklight.h"
 
+#include <cerrno>
 #include <mutex>
 
 // Displays with backlights whose levels the test sets; a display may refuse reads or writes with an
-// error code. Thread-safe.
+// error code, the list itself may fail. Thread-safe.
 class FakeBacklight : public VXBacklight {
 public:
     struct Display {
@@ -15,19 +16,17 @@ public:
         int writeError = 0;
     };
 
-    // Replaces the displays (in the order they are listed).
     void setDisplays(std::vector<Display> displays) {
         std::lock_guard<std::mutex> lock(mutex_);
         displays_ = std::move(displays);
     }
-    // A copy of the displays.
-    std::vector<Display> displays() const {
+    std::vector<Display> displays() {
         std::lock_guard<std::mutex> lock(mutex_);
         return displays_;
     }
     // One display (id 1) at `level`.
     void setLevel(float level) { setDisplays({Display{1, level, 0, 0}}); }
-    // Makes the display list itself fail with `error` (0: works).
+    // Makes the display list fail with `error` (0: works).
     void setListError(int error) {
         std::lock_guard<std::mutex> lock(mutex_);
         listError_ = error;
@@ -36,43 +35,32 @@ public:
     int activeDisplays(std::size_t capacity, std::vector<std::uint32_t>& ids) override {
         std::lock_guard<std::mutex> lock(mutex_);
         ids.clear();
-        if (listError_ != 0) {
-            return listError_;
+        for (std::size_t i = 0; listError_ == 0 && i < displays_.size() && i < capacity; ++i) {
+            ids.push_back(displays_[i].id);
         }
-        for (const auto& display : displays_) {
-            if (ids.size() < capacity) {
-                ids.push_back(display.id);
-            }
-        }
-        return 0;
+        return listError_;
     }
     int getBrightness(std::uint32_t id, float& value) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        for (const auto& display : displays_) {
-            if (display.id == id) {
-                if (display.readError == 0) {
-                    value = display.value;
-                }
-                return display.readError;
-            }
-        }
-        return 19; // ENODEV
+        return withDisplay(
+            id, [&value](Display& d) { return d.readError != 0 ? d.readError : (value = d.value, 0); });
     }
     int setBrightness(std::uint32_t id, float value) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        for (auto& display : displays_) {
-            if (display.id == id) {
-                if (display.writeError == 0) {
-                    display.value = value;
-                }
-                return display.writeError;
-            }
-        }
-        return 19;
+        return withDisplay(
+            id, [value](Display& d) { return d.writeError != 0 ? d.writeError : (d.value = value, 0); });
     }
 
 private:
-    mutable std::mutex mutex_;
+    template <typename F> int withDisplay(std::uint32_t id, F f) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (auto& display : displays_) {
+            if (display.id == id) {
+                return f(display);
+            }
+        }
+        return ENODEV;
+    }
+
+    std::mutex mutex_;
     std::vector<Display> displays_;
     int listError_ = 0;
 };

@@ -4,20 +4,18 @@
 
 #include <mutex>
 
-// Desktop settings that the test sets. Thread-safe.
+// Desktop settings that the test sets: the favourite launchers (nothing: the desktop keeps none) and
+// the icon theme's name. Thread-safe.
 class FakeDesktopSettings : public VXDesktopSettings {
 public:
-    // Sets the favourite launchers (nothing: the desktop keeps none).
     void setFavorites(std::optional<std::vector<std::string>> ids) {
         std::lock_guard<std::mutex> lock(mutex_);
         favorites_ = std::move(ids);
     }
-    // Sets the icon theme's name.
     void setIconTheme(std::optional<std::string> name) {
         std::lock_guard<std::mutex> lock(mutex_);
         theme_ = std::move(name);
     }
-
     std::optional<std::vector<std::string>> favoriteDesktopIds() override {
         std::lock_guard<std::mutex> lock(mutex_);
         return favorites_;

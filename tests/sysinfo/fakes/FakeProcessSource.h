@@ -2,7 +2,6 @@
 
 #include "sysinfo/VXProcessSource.h"
 
-#include <algorithm>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -10,7 +9,6 @@
 // Running processes that the test sets, with optional window icons. Thread-safe.
 class FakeProcessSource : public VXProcessSource {
 public:
-    // Replaces the processes (in list order).
     void setProcesses(std::vector<VXRunningProcess> processes) {
         std::lock_guard<std::mutex> lock(mutex_);
         processes_ = std::move(processes);
@@ -26,7 +24,7 @@ public:
         defaultIcon_ = std::move(icon);
     }
     // How many times the list was asked for.
-    int listReads() const {
+    int listReads() {
         std::lock_guard<std::mutex> lock(mutex_);
         return listReads_;
     }
@@ -38,6 +36,16 @@ public:
     }
     std::optional<VXRunningProcess> processWithPid(std::int64_t pid) override {
         std::lock_guard<std::mutex> lock(mutex_);
+        return find(pid);
+    }
+    std::optional<VXArgbImage> windowIcon(std::int64_t pid, int) override {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const auto it = icons_.find(pid);
+        return it != icons_.end() ? it->second : find(pid) ? defaultIcon_ : std::nullopt;
+    }
+
+private:
+    std::optional<VXRunningProcess> find(std::int64_t pid) const {
         for (const auto& process : processes_) {
             if (process.pid == pid) {
                 return process;
@@ -45,20 +53,8 @@ public:
         }
         return std::nullopt;
     }
-    std::optional<VXArgbImage> windowIcon(std::int64_t pid, int) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        const auto it = icons_.find(pid);
-        if (it != icons_.end()) {
-            return it->second;
-        }
-        const bool listed =
-            std::any_of(processes_.begin(), processes_.end(),
-                        [pid](const VXRunningProcess& process) { return process.pid == pid; });
-        return listed ? defaultIcon_ : std::nullopt;
-    }
 
-private:
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     std::vector<VXRunningProcess> processes_;
     std::map<std::int64_t, VXArgbImage> icons_;
     std::optional<VXArgbImage> defaultIcon_;
