@@ -5,133 +5,94 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 namespace {
 
-class HMVolumeControlTest : public testing::Test {
-protected:
-    std::shared_ptr<FakeAudioOutput> output_ = std::make_shared<FakeAudioOutput>();
-    HMVolumeControl control_{output_};
-    LogCapture log_;
+using State = FakeAudioOutput::State;
+
+struct HMVolumeControlTest : testing::Test {
+    std::shared_ptr<FakeAudioOutput> output = std::make_shared<FakeAudioOutput>();
+    HMVolumeControl control{output};
+    LogCapture log;
 };
 
-TEST_F(HMVolumeControlTest, setVolume_belowMuteThreshold_mutesAndKeepsLevel) {
-    output_->change([](auto& s) { s.volume = 0.4f; });
-    control_.setVolume(0.0005f);
-    EXPECT_TRUE(output_->state().muted);
-    EXPECT_FLOAT_EQ(*output_->state().volume, 0.4f);
-}
-
-TEST_F(HMVolumeControlTest, setVolume_atMuteThreshold_setsLevelAndUnmutes) {
-    output_->change([](auto& s) { s.muted = true; });
-    control_.setVolume(0.001f);
-    EXPECT_FALSE(output_->state().muted);
-    EXPECT_FLOAT_EQ(*output_->state().volume, 0.001f);
-}
-
-TEST_F(HMVolumeControlTest, setVolume_outOfRange_logsAndChangesNothing) {
-    const struct {
-        float value;
-        const char* text;
-    } cases[] = {{1.2f, "Requested volume out of range (1.20)"},
-                 {-0.1f, "Requested volume out of range (-0.10)"},
-                 {std::numeric_limits<float>::quiet_NaN(), "Requested volume out of range (nan)"},
-                 {std::numeric_limits<float>::infinity(), "Requested volume out of range (inf)"}};
-    for (const auto& c : cases) {
-        log_.clear();
-        control_.setVolume(c.value);
-        EXPECT_EQ(log_.countContaining(c.text), 1u) << c.text;
-        EXPECT_FLOAT_EQ(*output_->state().volume, 0.5f);
-        EXPECT_FALSE(output_->state().muted);
-    }
-}
-
-TEST_F(HMVolumeControlTest, volume_mutedDevice_returnsLevelSetting) {
-    output_->change([](auto& s) {
-        s.volume = 0.4f;
-        s.muted = true;
-    });
-    EXPECT_FLOAT_EQ(control_.volume(), 0.4f);
-}
-
-TEST_F(HMVolumeControlTest, volume_levelOutsideScale_returnsZero) {
-    for (float level : {1.5f, -0.2f}) {
-        output_->change([level](auto& s) { s.volume = level; });
-        EXPECT_EQ(control_.volume(), 0.0f) << level;
-    }
-}
-
-TEST_F(HMVolumeControlTest, volume_unreadableDevice_logsDeviceInHexAndReturnsZero) {
-    output_->change([](auto& s) {
-        s.device = 0x2a;
-        s.volume = std::nullopt;
-    });
-    EXPECT_EQ(control_.volume(), 0.0f);
-    EXPECT_EQ(log_.countContaining("No volume returned for device 0x2a"), 1u);
-}
-
-TEST_F(HMVolumeControlTest, defaultOutputDeviceID_absentDevice_logsOncePerAbsence) {
-    output_->change([](auto& s) { s.device = 0; });
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(control_.volume(), 0.0f);
-    }
-    EXPECT_EQ(log_.countContaining("Cannot find default output device!"), 1u);
-    EXPECT_EQ(log_.countContaining("Unknown device"), 1u);
-
-    output_->change([](auto& s) { s.device = 7; });
-    EXPECT_EQ(control_.defaultOutputDeviceID(), 7u);
-    output_->change([](auto& s) { s.device = 0; });
-    EXPECT_EQ(control_.defaultOutputDeviceID(), 0u);
-    EXPECT_EQ(log_.countContaining("Cannot find default output device!"), 2u);
-}
-
-TEST_F(HMVolumeControlTest, setVolume_noDevice_logsUnknownDevice) {
-    output_->change([](auto& s) { s.device = 0; });
-    control_.setVolume(0.3f);
-    EXPECT_EQ(log_.countContaining("Unknown device"), 1u);
-}
-
-TEST_F(HMVolumeControlTest, setVolume_refusingDevice_logsTheMatchingText) {
+TEST_F(HMVolumeControlTest, setVolume_levelsAndRefusingDevices_setOrLogTheMatchingText) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
     const struct {
         const char* name;
-        void (*setUp)(FakeAudioOutput::State&);
+        void (*setUp)(State&);
         float value;
-        const char* text;
-        float expectedLevel;
-        bool expectedMuted;
+        const char* text; // logged once (nullptr: not checked)
+        float level;
+        bool muted;
     } cases[] = {
-        {"level not settable", [](auto& s) { s.volumeSettable = false; }, 0.3f,
+        {"below the mute threshold", [](State& s) { s.volume = 0.4f; }, 0.0005f, nullptr, 0.4f, true},
+        {"at the mute threshold", [](State& s) { s.muted = true; }, 0.001f, nullptr, 0.001f, false},
+        {"above 1", [](State&) {}, 1.2f, "Requested volume out of range (1.20)", 0.5f, false},
+        {"negative", [](State&) {}, -0.1f, "Requested volume out of range (-0.10)", 0.5f, false},
+        {"NaN", [](State&) {}, nan, "Requested volume out of range (nan)", 0.5f, false},
+        {"infinite", [](State&) {}, inf, "Requested volume out of range (inf)", 0.5f, false},
+        {"no device", [](State& s) { s.device = 0; }, 0.3f, "Unknown device", 0.5f, false},
+        {"level not settable", [](State& s) { s.muted = true, s.volumeSettable = false; }, 0.3f,
          "Device 0x3 does not support volume control", 0.5f, true},
-        {"mute not settable when muting", [](auto& s) { s.muteSettable = false; }, 0.0f,
+        {"mute not settable when muting", [](State& s) { s.muted = true, s.muteSettable = false; }, 0.0f,
          "Device 0x3 does not support volume control", 0.5f, true},
-        {"mute not settable when unmuting", [](auto& s) { s.muteSettable = false; }, 0.3f,
+        {"mute not settable when unmuting", [](State& s) { s.muted = true, s.muteSettable = false; }, 0.3f,
          "Device 0x3 does not support muting", 0.3f, true},
-        {"level write fails, unmute still done", [](auto& s) { s.setVolumeFails = true; }, 0.3f,
-         "Unable to set volume for device 0x3", 0.5f, false},
-        {"mute write fails", [](auto& s) { s.setMuteFails = true; }, 0.0f,
+        {"level write fails, unmute still done", [](State& s) { s.muted = true, s.setVolumeFails = true; },
+         0.3f, "Unable to set volume for device 0x3", 0.5f, false},
+        {"mute write fails", [](State& s) { s.muted = true, s.setMuteFails = true; }, 0.0f,
          "Unable to set volume for device 0x3", 0.5f, true},
     };
     for (const auto& c : cases) {
-        output_->change([&c](auto& s) {
-            s = FakeAudioOutput::State{};
-            s.muted = true;
-            c.setUp(s);
-        });
-        log_.clear();
-        control_.setVolume(c.value);
-        EXPECT_EQ(log_.countContaining(c.text), 1u) << c.name;
-        EXPECT_FLOAT_EQ(*output_->state().volume, c.expectedLevel) << c.name;
-        EXPECT_EQ(output_->state().muted, c.expectedMuted) << c.name;
+        output->change([&c](State& s) { c.setUp(s = State{}); });
+        log.clear();
+        control.setVolume(c.value);
+        if (c.text != nullptr) {
+            EXPECT_EQ(log.countContaining(c.text), 1u) << c.name;
+        }
+        EXPECT_FLOAT_EQ(*output->state().volume, c.level) << c.name;
+        EXPECT_EQ(output->state().muted, c.muted) << c.name;
     }
 }
 
-TEST(HMVolumeControlNoOutputTest, everyOperation_withoutOutput_givesNeutralResult) {
-    HMVolumeControl control(nullptr);
+TEST_F(HMVolumeControlTest, volume_deviceStates_levelSettingOrZero) {
+    const struct {
+        const char* name;
+        void (*setUp)(State&);
+        float expected;
+    } cases[] = {
+        {"muted: the level setting", [](State& s) { s.volume = 0.4f, s.muted = true; }, 0.4f},
+        {"above the scale", [](State& s) { s.volume = 1.5f; }, 0.0f},
+        {"below the scale", [](State& s) { s.volume = -0.2f; }, 0.0f},
+        {"unreadable", [](State& s) { s.device = 0x2a, s.volume = std::nullopt; }, 0.0f},
+    };
+    for (const auto& c : cases) {
+        output->change([&c](State& s) { c.setUp(s = State{}); });
+        EXPECT_EQ(control.volume(), c.expected) << c.name;
+    }
+    EXPECT_EQ(log.countContaining("No volume returned for device 0x2a"), 1u);
+}
+
+TEST_F(HMVolumeControlTest, defaultOutputDeviceID_absentDevice_logsOncePerAbsence) {
+    output->change([](State& s) { s.device = 0; });
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(control.volume(), 0.0f);
+    }
+    EXPECT_EQ(log.countContaining("Cannot find default output device!"), 1u);
+    EXPECT_EQ(log.countContaining("Unknown device"), 1u);
+    output->change([](State& s) { s.device = 7; });
+    EXPECT_EQ(control.defaultOutputDeviceID(), 7u);
+    output->change([](State& s) { s.device = 0; });
     EXPECT_EQ(control.defaultOutputDeviceID(), 0u);
-    EXPECT_EQ(control.volume(), 0.0f);
-    control.setVolume(0.5f); // logged, nothing to crash on
+    EXPECT_EQ(log.countContaining("Cannot find default output device!"), 2u);
+
+    HMVolumeControl none(nullptr); // every operation without an output: a neutral answer, no crash
+    EXPECT_EQ(none.defaultOutputDeviceID(), 0u);
+    EXPECT_EQ(none.volume(), 0.0f);
+    none.setVolume(0.5f);
 }
 
 } // namespace
