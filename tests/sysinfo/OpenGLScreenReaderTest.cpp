@@ -5,115 +5,115 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <array>
 #include <limits>
 
 namespace {
+
+const double nan = std::numeric_limits<double>::quiet_NaN();
 
 std::shared_ptr<FakeScreenGrabber> screen1920() {
     return std::make_shared<FakeScreenGrabber>(1920, 1080, VXPixelRect{0, 0, 1920, 1080});
 }
 
-struct Colour {
-    int blue, green, red;
-};
+// The image of (x, y, w, h) of the screen at the size asked for.
+VXPixelBuffer imageOf(OpenGLScreenReader& reader, double x, double y, double w, double h, double askW = 0,
+                      double askH = 0, bool pointer = false) {
+    reader.setRectToRead(x, y, w, h);
+    reader.readRectScreenToBuffer();
+    return reader.createImageFromBufferMousePointerVisible(askW, askH, pointer);
+}
 
-Colour pixel(const VXPixelBuffer& image, int x, int y) {
+// Blue, green and red of a pixel.
+std::array<int, 3> pixel(const VXPixelBuffer& image, int x, int y) {
     const std::uint8_t* p = image.at(x, y);
     return {p[0], p[1], p[2]};
 }
 
-TEST(OpenGLScreenReaderTest, create_noScreen_returnsNull) {
-    auto grabber = screen1920();
-    grabber->setPresent(false);
-    EXPECT_EQ(OpenGLScreenReader::create(grabber), nullptr);
-    EXPECT_EQ(OpenGLScreenReader::create(nullptr), nullptr);
-}
-
-TEST(OpenGLScreenReaderTest, create_withScreen_aimsAtTheMainScreen) {
+TEST(OpenGLScreenReaderTest, create_screenOrNot_readerAimedAtTheMainScreenOrNull) {
     auto grabber = std::make_shared<FakeScreenGrabber>(3200, 1080, VXPixelRect{1920, 0, 1280, 1024});
     auto reader = OpenGLScreenReader::create(grabber);
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->rect(), (VXPixelRect{1920, 0, 1280, 1024}));
+
+    grabber->setPresent(false);
+    EXPECT_EQ(OpenGLScreenReader::create(grabber), nullptr);
+    EXPECT_EQ(OpenGLScreenReader::create(nullptr), nullptr);
+    EXPECT_THROW(reader->readRectScreenToBuffer(), PZException); // the screen went away
+    grabber->setPresent(true);
+    EXPECT_NO_THROW(reader->readRectScreenToBuffer());
 }
 
-TEST(OpenGLScreenReaderTest, createImage_sizeSmallerThanRect_fitsInsideKeepingAspect) {
+TEST(OpenGLScreenReaderTest, createImage_rectsAndAskedSizes_clippedAndFittedKeepingAspect) {
     const struct {
-        double w, h;
+        double x, y, w, h;
         double askW, askH;
         int expectedW, expectedH;
     } cases[] = {
-        {1280, 800, 480, 320, 480, 300},   // max(2.667, 2.5)
-        {1280, 800, 0, 0, 1280, 800},      // full resolution
-        {1920, 1080, 960, 1080, 960, 540}, // width decides
-        {1000, 1000, 300, 100, 100, 100},  // height decides
-        {640, 480, 1280, 960, 1280, 960},  // larger than the rectangle: enlarged
-        {640, 480, std::numeric_limits<double>::quiet_NaN(), 240, 320, 240},
-        {640, 480, -5, 0, 640, 480}, // nothing asked of either side
+        {0, 0, 1280, 800, 480, 320, 480, 300},   // max(2.667, 2.5)
+        {0, 0, 1280, 800, 0, 0, 1280, 800},      // full resolution
+        {0, 0, 1920, 1080, 960, 1080, 960, 540}, // width decides
+        {0, 0, 1000, 1000, 300, 100, 100, 100},  // height decides
+        {0, 0, 640, 480, 1280, 960, 1280, 960},  // larger than the rectangle: enlarged
+        {0, 0, 640, 480, nan, 240, 320, 240},
+        {0, 0, 640, 480, -5, 0, 640, 480},              // nothing asked of either side
+        {0, 0, 4000, 100, 40000, 1000, 8192, 204},      // enlarged no further than 8192
+        {3900, 1000, 400, 400, 0, 0, 100, 80},          // the part on the screen
+        {-100, -100, 100000, 100000, 0, 0, 4000, 1080}, // clipped to the screen
     };
-    auto reader = OpenGLScreenReader::create(screen1920());
+    auto reader = OpenGLScreenReader::create(
+        std::make_shared<FakeScreenGrabber>(4000, 1080, VXPixelRect{0, 0, 1920, 1080}));
     for (const auto& c : cases) {
-        reader->setRectToRead(0, 0, c.w, c.h);
-        reader->readRectScreenToBuffer();
-        const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(c.askW, c.askH, false);
-        EXPECT_EQ(image.width, c.expectedW) << c.w << "x" << c.h << " into " << c.askW << ";" << c.askH;
-        EXPECT_EQ(image.height, c.expectedH) << c.w << "x" << c.h << " into " << c.askW << ";" << c.askH;
-        EXPECT_EQ(image.pixels.size(), static_cast<std::size_t>(image.bytesPerRow) * image.height);
+        const VXPixelBuffer image = imageOf(*reader, c.x, c.y, c.w, c.h, c.askW, c.askH);
+        const std::string name = std::to_string(c.w) + "x" + std::to_string(c.h) + " at " +
+                                 std::to_string(c.x) + " into " + std::to_string(c.askW) + ";" +
+                                 std::to_string(c.askH);
+        EXPECT_EQ(image.width, c.expectedW) << name;
+        EXPECT_EQ(image.height, c.expectedH) << name;
+        EXPECT_EQ(image.pixels.size(), static_cast<std::size_t>(image.bytesPerRow) * image.height) << name;
+        if (c.x == 3900) {
+            EXPECT_EQ(pixel(image, 0, 0)[0], 3900 & 0xff);
+        }
     }
+    EXPECT_THROW(imageOf(*reader, 0, 0, 1280, 800, 1, 1), PZException); // too small for one row
 }
 
 TEST(OpenGLScreenReaderTest, createImage_halfSize_averagesSourcePixels) {
     auto reader = OpenGLScreenReader::create(screen1920());
-    reader->setRectToRead(100, 10, 200, 100);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(100, 50, false);
+    const VXPixelBuffer image = imageOf(*reader, 100, 10, 200, 100, 100, 50);
     ASSERT_EQ(image.width, 100);
     // Output (x, y) covers source x 100+2x..101+2x, y 10+2y..11+2y: blue averages to 100+2x+0.5.
     for (int x : {0, 20, 77}) {
         for (int y : {0, 13, 49}) {
-            const Colour c = pixel(image, x, y);
-            EXPECT_NEAR(c.blue, ((100 + 2 * x) & 0xff) + 0.5, 1.0) << x << "," << y;
-            EXPECT_NEAR(c.green, 10 + 2 * y + 0.5, 1.0) << x << "," << y;
-            EXPECT_EQ(c.red, 0x40);
+            const auto c = pixel(image, x, y);
+            EXPECT_NEAR(c[0], ((100 + 2 * x) & 0xff) + 0.5, 1.0) << x << "," << y;
+            EXPECT_NEAR(c[1], 10 + 2 * y + 0.5, 1.0) << x << "," << y;
+            EXPECT_EQ(c[2], 0x40);
         }
     }
 }
 
-TEST(OpenGLScreenReaderTest, createImage_pointerVisible_drawsRedMarkAtPointer) {
+TEST(OpenGLScreenReaderTest, createImage_pointerVisible_redMarkAtPointerOnlyWhenAsked) {
     auto grabber = screen1920();
     grabber->setPointer({200, 150});
     auto reader = OpenGLScreenReader::create(grabber);
-    reader->setRectToRead(0, 0, 400, 300);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer marked = reader->createImageFromBufferMousePointerVisible(0, 0, true);
-    const Colour centre = pixel(marked, 200, 150);
-    EXPECT_EQ(centre.red, 255);
-    EXPECT_EQ(centre.green, 0);
-    EXPECT_EQ(centre.blue, 0);
-    EXPECT_EQ(pixel(marked, 207, 150).red, 255); // inside the radius of 10
-    EXPECT_EQ(pixel(marked, 200, 143).red, 255);
-    EXPECT_EQ(pixel(marked, 212, 150).red, 0x40); // outside it
-    EXPECT_EQ(pixel(marked, 200, 162).red, 0x40);
-
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer plain = reader->createImageFromBufferMousePointerVisible(0, 0, false);
-    EXPECT_EQ(pixel(plain, 200, 150).red, 0x40);
+    const VXPixelBuffer marked = imageOf(*reader, 0, 0, 400, 300, 0, 0, true);
+    EXPECT_EQ(pixel(marked, 200, 150), (std::array<int, 3>{0, 0, 255}));
+    EXPECT_EQ(pixel(marked, 207, 150)[2], 255); // inside the radius of 10
+    EXPECT_EQ(pixel(marked, 200, 143)[2], 255);
+    EXPECT_EQ(pixel(marked, 212, 150)[2], 0x40); // outside it
+    EXPECT_EQ(pixel(marked, 200, 162)[2], 0x40);
+    EXPECT_EQ(pixel(imageOf(*reader, 0, 0, 400, 300), 200, 150)[2], 0x40);
 }
 
 TEST(OpenGLScreenReaderTest, readRect_sameRectTwice_allocatesOnce) {
     auto grabber = screen1920();
     auto reader = OpenGLScreenReader::create(grabber);
-    reader->setRectToRead(0, 0, 1280, 800);
-    reader->readRectScreenToBuffer();
-    reader->createImageFromBufferMousePointerVisible(480, 320, true);
-    reader->setRectToRead(0, 0, 1280, 800);
-    reader->readRectScreenToBuffer();
-    reader->createImageFromBufferMousePointerVisible(480, 320, true);
+    imageOf(*reader, 0, 0, 1280, 800, 480, 320, true);
+    imageOf(*reader, 0, 0, 1280, 800, 480, 320, true);
     EXPECT_EQ(reader->bufferAllocations(), 1u);
     EXPECT_EQ(grabber->captures(), 2);
-
-    reader->setRectToRead(0, 0, 1920, 1080);
-    reader->readRectScreenToBuffer();
+    imageOf(*reader, 0, 0, 1920, 1080);
     EXPECT_EQ(reader->bufferAllocations(), 2u);
 }
 
@@ -135,18 +135,7 @@ TEST(OpenGLScreenReaderTest, setRectToRead_zeroSize_reachesMainScreenCorner) {
     }
 }
 
-TEST(OpenGLScreenReaderTest, readRect_rectPartlyOffScreen_capturesTheVisiblePart) {
-    auto reader = OpenGLScreenReader::create(screen1920());
-    reader->setRectToRead(1800, 1000, 400, 400);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(0, 0, false);
-    EXPECT_EQ(image.width, 120);
-    EXPECT_EQ(image.height, 80);
-    EXPECT_EQ(pixel(image, 0, 0).blue, 1800 & 0xff);
-}
-
 TEST(OpenGLScreenReaderTest, readRect_absurdRects_failWithoutAllocating) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     const double cases[][4] = {{5000, 5000, 10, 10}, {0, 0, -100, -100},
                                {nan, nan, nan, 5},   {-1e300, -1e300, 1e-300, 1e300},
                                {2e9, 2e9, 2e9, 2e9}, {0, 0, 0, -1}};
@@ -162,40 +151,6 @@ TEST(OpenGLScreenReaderTest, readRect_absurdRects_failWithoutAllocating) {
         EXPECT_THROW(reader->createImageFromBufferMousePointerVisible(480, 320, false), PZException);
         EXPECT_EQ(reader->bufferAllocations(), 0u);
     }
-}
-
-TEST(OpenGLScreenReaderTest, readRect_hugeRect_clippedToTheScreen) {
-    auto reader = OpenGLScreenReader::create(screen1920());
-    reader->setRectToRead(-100, -100, 100000, 100000);
-    reader->readRectScreenToBuffer();
-    EXPECT_EQ(reader->buffer().width, 1920);
-    EXPECT_EQ(reader->buffer().height, 1080);
-}
-
-TEST(OpenGLScreenReaderTest, createImage_enlargedBeyondLimit_staysWithin8192) {
-    auto grabber = std::make_shared<FakeScreenGrabber>(4000, 100, VXPixelRect{0, 0, 4000, 100});
-    auto reader = OpenGLScreenReader::create(grabber);
-    reader->setRectToRead(0, 0, 4000, 100);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(40000, 1000, false);
-    EXPECT_EQ(image.width, 8192);
-    EXPECT_EQ(image.height, 204);
-}
-
-TEST(OpenGLScreenReaderTest, createImage_tooSmallForOneRow_fails) {
-    auto reader = OpenGLScreenReader::create(screen1920());
-    reader->setRectToRead(0, 0, 1280, 800);
-    reader->readRectScreenToBuffer();
-    EXPECT_THROW(reader->createImageFromBufferMousePointerVisible(1, 1, false), PZException);
-}
-
-TEST(OpenGLScreenReaderTest, readRect_screenGone_throws) {
-    auto grabber = screen1920();
-    auto reader = OpenGLScreenReader::create(grabber);
-    grabber->setPresent(false);
-    EXPECT_THROW(reader->readRectScreenToBuffer(), PZException);
-    grabber->setPresent(true);
-    EXPECT_NO_THROW(reader->readRectScreenToBuffer());
 }
 
 } // namespace

@@ -11,40 +11,32 @@
 #include <turbojpeg.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 namespace {
 
+constexpr std::uint32_t grey = 0x404040;
 constexpr std::uint32_t red = 0xff0000;
 constexpr std::uint32_t blue = 0x0000ff;
 constexpr std::uint32_t yellow = 0xffff00;
-
-bool xvfbInstalled() {
-    return std::system("command -v Xvfb >/dev/null 2>&1") == 0;
-}
 
 std::uint32_t rgbAt(const VXPixelBuffer& image, int x, int y) {
     const std::uint8_t* p = image.at(x, y);
     return static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[1]) << 8 | p[0];
 }
 
-// Decodes a JPEG into BGRX.
+// Decodes a JPEG into BGRX (an empty image when it cannot).
 VXPixelBuffer decodeJPEG(const std::vector<std::uint8_t>& jpeg) {
     VXPixelBuffer image;
     tjhandle decoder = tjInitDecompress();
-    int width = 0;
-    int height = 0;
     int subsampling = 0;
     int colourspace = 0;
-    if (tjDecompressHeader3(decoder, jpeg.data(), jpeg.size(), &width, &height, &subsampling, &colourspace) ==
-        0) {
-        image.width = width;
-        image.height = height;
-        image.bytesPerRow = width * 4;
-        image.pixels.resize(static_cast<size_t>(width) * height * 4);
-        if (tjDecompress2(decoder, jpeg.data(), jpeg.size(), image.pixels.data(), width, image.bytesPerRow,
-                          height, TJPF_BGRX, 0) != 0) {
+    if (tjDecompressHeader3(decoder, jpeg.data(), jpeg.size(), &image.width, &image.height, &subsampling,
+                            &colourspace) == 0) {
+        image.bytesPerRow = image.width * 4;
+        image.pixels.resize(static_cast<size_t>(image.bytesPerRow) * image.height);
+        if (tjDecompress2(decoder, jpeg.data(), jpeg.size(), image.pixels.data(), image.width,
+                          image.bytesPerRow, image.height, TJPF_BGRX, 0) != 0) {
             image = VXPixelBuffer{};
         }
     }
@@ -62,15 +54,15 @@ bool near(std::uint32_t a, std::uint32_t b, int tolerance) {
     return true;
 }
 
-// A private 1280x800 X server with known content: a grey background, a red and a blue rectangle.
+// A private 1280x800 X server with known content: grey, a red, a blue and a yellow rectangle.
 class X11ScreenCaptureTest : public testing::Test {
 protected:
     void SetUp() override {
-        VXH_REQUIRE_PLATFORM(xvfbInstalled(), "Xvfb is not installed");
+        VXH_REQUIRE_PLATFORM(std::system("command -v Xvfb >/dev/null 2>&1") == 0, "Xvfb is not installed");
         ASSERT_TRUE(xvfb_.startRestartable(1280, 800));
         desktop_ = std::make_unique<X11TestDesktop>(xvfb_.name());
         ASSERT_TRUE(desktop_->ok());
-        desktop_->fillRoot(0, 0, 1280, 800, 0x404040);
+        desktop_->fillRoot(0, 0, 1280, 800, grey);
         desktop_->fillRoot(100, 100, 200, 100, red);
         desktop_->fillRoot(400, 300, 64, 48, blue);
         desktop_->fillRoot(1200, 700, 80, 100, yellow);
@@ -82,26 +74,21 @@ protected:
     std::shared_ptr<X11ScreenGrabber> grabber_;
 };
 
-TEST_F(X11ScreenCaptureTest, captureRect_knownContent_pixelsExact) {
+TEST_F(X11ScreenCaptureTest, captureRect_withAndWithoutSharedMemory_pixelsExact) {
     VXPixelBuffer image;
-    const auto captured = grabber_->captureRect({0, 0, 1280, 800}, image);
-    ASSERT_TRUE(captured);
-    EXPECT_EQ(*captured, (VXPixelRect{0, 0, 1280, 800}));
+    ASSERT_EQ(grabber_->captureRect({0, 0, 1280, 800}, image), (VXPixelRect{0, 0, 1280, 800}));
     EXPECT_TRUE(grabber_->lastCaptureUsedSharedMemory());
     ASSERT_EQ(image.width, 1280);
     ASSERT_EQ(image.height, 800);
     EXPECT_EQ(rgbAt(image, 150, 150), red);
     EXPECT_EQ(rgbAt(image, 100, 100), red);
-    EXPECT_EQ(rgbAt(image, 99, 100), 0x404040u);
-    EXPECT_EQ(rgbAt(image, 300, 150), 0x404040u);
+    EXPECT_EQ(rgbAt(image, 99, 100), grey);
+    EXPECT_EQ(rgbAt(image, 300, 150), grey);
     EXPECT_EQ(rgbAt(image, 463, 347), blue);
     EXPECT_EQ(rgbAt(image, 1279, 799), yellow);
-}
 
-TEST_F(X11ScreenCaptureTest, captureRect_withoutSharedMemory_samePixels) {
     VXPixelBuffer shared;
     ASSERT_TRUE(grabber_->captureRect({90, 90, 400, 300}, shared));
-    EXPECT_TRUE(grabber_->lastCaptureUsedSharedMemory());
     grabber_->setSharedMemoryAllowed(false);
     VXPixelBuffer copied;
     ASSERT_TRUE(grabber_->captureRect({90, 90, 400, 300}, copied));
@@ -134,11 +121,9 @@ TEST_F(X11ScreenCaptureTest, captureRect_rects_clippedToTheScreenOrRefused) {
         if (captured) {
             EXPECT_EQ(image.width, captured->width);
             EXPECT_EQ(image.height, captured->height);
+            EXPECT_EQ(rgbAt(image, 0, 0), c.asked.x == 1200 ? yellow : grey);
         }
     }
-    VXPixelBuffer corner;
-    ASSERT_TRUE(grabber_->captureRect({1200, 700, 200, 200}, corner));
-    EXPECT_EQ(rgbAt(corner, 0, 0), yellow);
 }
 
 TEST_F(X11ScreenCaptureTest, jpeg_ofCapturedRect_decodesToRectSizeAndColours) {
@@ -152,10 +137,8 @@ TEST_F(X11ScreenCaptureTest, jpeg_ofCapturedRect_decodesToRectSizeAndColours) {
     ASSERT_EQ(decoded.height, 400);
     EXPECT_TRUE(near(rgbAt(decoded, 150, 100), red, 40)) << std::hex << rgbAt(decoded, 150, 100);
     EXPECT_TRUE(near(rgbAt(decoded, 380, 270), blue, 40)) << std::hex << rgbAt(decoded, 380, 270);
-    EXPECT_TRUE(near(rgbAt(decoded, 20, 20), 0x404040, 24)) << std::hex << rgbAt(decoded, 20, 20);
-
-    // The same encoder again: it keeps working after many images.
-    for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(near(rgbAt(decoded, 20, 20), grey, 24)) << std::hex << rgbAt(decoded, 20, 20);
+    for (int i = 0; i < 3; ++i) { // the same encoder keeps working after many images
         EXPECT_FALSE(encoder.encode(image, 10).empty());
     }
 }
@@ -171,49 +154,34 @@ TEST(VXJPEGEncoderTest, encode_emptyOrInconsistentImage_givesNothing) {
     EXPECT_FALSE(encoder.encode(fine, 500).empty()); // quality clamped
 }
 
-TEST_F(X11ScreenCaptureTest, mainScreenAndPointer_privateServer_matchItsScreen) {
+TEST_F(X11ScreenCaptureTest, screenReader_privateServer_itsScreenScaledWithThePointerMark) {
     EXPECT_TRUE(grabber_->canCaptureRect());
     EXPECT_EQ(grabber_->mainScreenFrame(), (VXPixelRect{0, 0, 1280, 800}));
     EXPECT_EQ(grabber_->screenBounds(), (VXPixelRect{0, 0, 1280, 800}));
-    desktop_->warpPointer(321, 123);
-    EXPECT_EQ(grabber_->pointerLocation(), (VXPixelPoint{321, 123}));
-}
+    desktop_->warpPointer(640, 400);
+    EXPECT_EQ(grabber_->pointerLocation(), (VXPixelPoint{640, 400}));
 
-TEST_F(X11ScreenCaptureTest, screenReader_rect1280x800AtSize480x320_gives480x300) {
     auto reader = OpenGLScreenReader::create(grabber_);
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->rect(), (VXPixelRect{0, 0, 1280, 800}));
-    reader->setRectToRead(0, 0, 1280, 800);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(480, 320, false);
-    EXPECT_EQ(image.width, 480);
-    EXPECT_EQ(image.height, 300);
-    // The red rectangle (100..300, 100..200) lands at (37..112, 37..75) at factor 2.667.
-    EXPECT_TRUE(near(rgbAt(image, 75, 56), red, 8));
-    EXPECT_TRUE(near(rgbAt(image, 200, 200), 0x404040, 8));
-}
-
-TEST_F(X11ScreenCaptureTest, screenReader_pointerVisible_redMarkWherePointerIs) {
-    desktop_->warpPointer(640, 400);
-    auto reader = OpenGLScreenReader::create(grabber_);
-    ASSERT_NE(reader, nullptr);
-    reader->readRectScreenToBuffer();
-    const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(0, 0, true);
-    EXPECT_EQ(rgbAt(image, 640, 400), red);
-    EXPECT_EQ(rgbAt(image, 646, 404), red);
-    EXPECT_EQ(rgbAt(image, 652, 400), 0x404040u);
-    EXPECT_EQ(rgbAt(image, 100, 400), 0x404040u);
-}
-
-TEST_F(X11ScreenCaptureTest, screenReader_twoCapturesOfOneRect_allocateOnce) {
-    auto reader = OpenGLScreenReader::create(grabber_);
-    ASSERT_NE(reader, nullptr);
     for (int i = 0; i < 2; ++i) {
         reader->setRectToRead(0, 0, 1280, 800);
         reader->readRectScreenToBuffer();
-        reader->createImageFromBufferMousePointerVisible(480, 320, true);
+        const VXPixelBuffer image = reader->createImageFromBufferMousePointerVisible(480, 320, false);
+        EXPECT_EQ(image.width, 480);
+        EXPECT_EQ(image.height, 300);
+        // The red rectangle (100..300, 100..200) lands at (37..112, 37..75) at factor 2.667.
+        EXPECT_TRUE(near(rgbAt(image, 75, 56), red, 8));
+        EXPECT_TRUE(near(rgbAt(image, 200, 200), grey, 8));
     }
     EXPECT_EQ(reader->bufferAllocations(), 1u);
+
+    reader->readRectScreenToBuffer();
+    const VXPixelBuffer marked = reader->createImageFromBufferMousePointerVisible(0, 0, true);
+    EXPECT_EQ(rgbAt(marked, 640, 400), red);
+    EXPECT_EQ(rgbAt(marked, 646, 404), red);
+    EXPECT_EQ(rgbAt(marked, 652, 400), grey);
+    EXPECT_EQ(rgbAt(marked, 100, 400), grey);
 }
 
 TEST_F(X11ScreenCaptureTest, captureRect_serverRestarted_failsThenRecovers) {
@@ -240,8 +208,7 @@ TEST_F(X11ScreenCaptureTest, captureRect_serverRestarted_failsThenRecovers) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         captured = grabber_->captureRect({0, 0, 1000, 1000}, image);
     }
-    ASSERT_TRUE(captured);
-    EXPECT_EQ(*captured, (VXPixelRect{0, 0, 640, 480}));
+    ASSERT_EQ(captured, (VXPixelRect{0, 0, 640, 480}));
     EXPECT_EQ(rgbAt(image, 10, 10), blue);
     EXPECT_TRUE(grabber_->lastCaptureUsedSharedMemory());
     EXPECT_EQ(log.countContaining("screen capture: no X display"), 1u);
