@@ -24,17 +24,11 @@ extern char** environ;
 
 namespace {
 
-bool platformInstalled() {
-    return std::system("command -v Xvfb >/dev/null 2>&1 && command -v openbox >/dev/null 2>&1") == 0;
-}
-
 // A real process of its own (so a window can carry a pid that is not the test's): `sleep`.
 class SleepingProcess {
 public:
     SleepingProcess() {
-        char program[] = "sleep";
-        char seconds[] = "120";
-        char* argv[] = {program, seconds, nullptr};
+        char* argv[] = {const_cast<char*>("sleep"), const_cast<char*>("120"), nullptr};
         if (posix_spawnp(&pid_, "sleep", nullptr, nullptr, argv, environ) != 0) {
             pid_ = -1;
         }
@@ -51,54 +45,54 @@ private:
     pid_t pid_ = -1;
 };
 
-class X11ProcessSourceTest : public testing::Test {
-protected:
-    void SetUp() override {
-        VXH_REQUIRE_PLATFORM(platformInstalled(), "Xvfb or openbox is not installed");
-        ASSERT_TRUE(xvfb_.startRestartable(1280, 800));
-        ASSERT_TRUE(xvfb_.startWindowManager());
-        desktop_ = std::make_unique<X11TestDesktop>(xvfb_.name());
-        ASSERT_TRUE(desktop_->ok());
-        source_ = std::make_shared<X11ProcessSource>(xvfb_.name());
+// Polls until the list has `count` entries (the window manager adopts windows asynchronously).
+std::vector<VXRunningProcess> waitForList(X11ProcessSource& source, size_t count) {
+    std::vector<VXRunningProcess> list;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while ((list = source.uiProcesses()).size() != count && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
+    return list;
+}
 
-    // Polls until the list has `count` entries (the window manager adopts windows asynchronously).
-    std::vector<VXRunningProcess> waitForList(size_t count) {
-        std::vector<VXRunningProcess> list;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        do {
-            list = source_->uiProcesses();
-            if (list.size() == count) {
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        } while (std::chrono::steady_clock::now() < deadline);
-        return list;
-    }
+QImage decodePNG(const std::optional<std::vector<std::uint8_t>>& png) {
+    return png ? QImage::fromData(QByteArray(reinterpret_cast<const char*>(png->data()),
+                                             static_cast<qsizetype>(png->size())),
+                                  "PNG")
+               : QImage();
+}
 
-    XvfbProcess xvfb_;
-    std::unique_ptr<X11TestDesktop> desktop_;
-    std::shared_ptr<X11ProcessSource> source_;
-};
+TEST(X11ProcessSourceTest, managedWindows_onePerPidInListOrder_withTitlesAndIconsEvenHostileOnes) {
+    VXH_REQUIRE_PLATFORM(std::system("command -v Xvfb >/dev/null && command -v openbox >/dev/null") == 0,
+                         "Xvfb or openbox is not installed");
+    XvfbProcess xvfb;
+    ASSERT_TRUE(xvfb.start(1280, 800));
+    ASSERT_TRUE(xvfb.startWindowManager());
+    X11TestDesktop desktop(xvfb.name());
+    ASSERT_TRUE(desktop.ok());
+    auto source = std::make_shared<X11ProcessSource>(xvfb.name());
 
-TEST_F(X11ProcessSourceTest, uiProcesses_managedWindows_oneEntryPerPidInListOrder) {
     SleepingProcess first;
     SleepingProcess dialogOwner;
     SleepingProcess dockOwner;
     ASSERT_GT(first.pid(), 0);
     const int self = static_cast<int>(getpid());
-    const auto a = desktop_->createWindow({first.pid(), "oneapp", "OneApp", "One", "", {}});
-    ASSERT_TRUE(desktop_->waitUntilManaged(a));
-    const auto b = desktop_->createWindow({self, "selfish", "Selfish", "Me", "", {}});
-    ASSERT_TRUE(desktop_->waitUntilManaged(b));
-    desktop_->createWindow({first.pid(), "oneapp", "OneApp", "One, second window", "", {}});
-    desktop_->createWindow({0, "nopid", "NoPid", "No pid", "", {}});
-    desktop_->createWindow({dockOwner.pid(), "panel", "Panel", "Dock", "DOCK", {}});
-    desktop_->createWindow({dockOwner.pid(), "tools", "Tools", "Utility", "UTILITY", {}});
-    const auto dialog = desktop_->createWindow({dialogOwner.pid(), "ask", "Ask", "Question", "DIALOG", {}});
-    ASSERT_TRUE(desktop_->waitUntilManaged(dialog));
+    // Broken icon data: a size far beyond the data, then a zero size, then garbage.
+    const std::vector<unsigned long> brokenIcon{100000, 100000, 1, 2, 3, 0, 0, 0xdeadbeef};
+    const auto a =
+        desktop.createWindow({first.pid(), "oneapp", "OneApp", "One", "", X11TestDesktop::redAndGreenIcon()});
+    ASSERT_TRUE(desktop.waitUntilManaged(a));
+    const auto b = desktop.createWindow({self, "selfish", "Selfish", "Me", "", {}});
+    ASSERT_TRUE(desktop.waitUntilManaged(b));
+    desktop.createWindow({first.pid(), "oneapp", "OneApp", "One, second window", "", {}});
+    desktop.createWindow({0, "nopid", "NoPid", "No pid", "", {}});
+    desktop.createWindow({dockOwner.pid(), "panel", "Panel", "Dock", "DOCK", {}});
+    desktop.createWindow({dockOwner.pid(), "tools", "Tools", "Utility", "UTILITY", {}});
+    const auto dialog =
+        desktop.createWindow({dialogOwner.pid(), "ask", "Ask", "Question", "DIALOG", brokenIcon});
+    ASSERT_TRUE(desktop.waitUntilManaged(dialog));
 
-    const auto list = waitForList(3);
+    const auto list = waitForList(*source, 3);
     ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list[0].pid, first.pid());
     EXPECT_EQ(list[0].executableName, "sleep");
@@ -107,98 +101,53 @@ TEST_F(X11ProcessSourceTest, uiProcesses_managedWindows_oneEntryPerPidInListOrde
     EXPECT_EQ(list[0].windowTitle, "One");
     EXPECT_EQ(list[1].pid, self);
     EXPECT_EQ(list[1].executableName, X11ProcessSource::executableName(self));
-    EXPECT_FALSE(list[1].executableName.empty());
     EXPECT_EQ(list[2].pid, dialogOwner.pid());
+    EXPECT_EQ(source->processWithPid(self)->className, "Selfish");
+    EXPECT_FALSE(source->processWithPid(dockOwner.pid()));
+    EXPECT_FALSE(source->processWithPid(0));
+    EXPECT_FALSE(source->processWithPid(-1));
 
-    EXPECT_EQ(source_->processWithPid(self)->className, "Selfish");
-    EXPECT_FALSE(source_->processWithPid(dockOwner.pid()));
-    EXPECT_FALSE(source_->processWithPid(0));
-    EXPECT_FALSE(source_->processWithPid(-1));
-}
-
-TEST_F(X11ProcessSourceTest, windowIcon_twoSizes_closestNotSmaller) {
-    SleepingProcess owner;
-    const auto window = desktop_->createWindow(
-        {owner.pid(), "icons", "Icons", "With icon", "", X11TestDesktop::redAndGreenIcon()});
-    ASSERT_TRUE(desktop_->waitUntilManaged(window));
-    const auto small = source_->windowIcon(owner.pid(), 16);
+    // The window icon: the smallest not below the size asked for.
+    const auto small = source->windowIcon(first.pid(), 16);
     ASSERT_TRUE(small);
     EXPECT_EQ(small->width, 16);
     EXPECT_EQ(small->argb.front(), 0xffff0000u);
-    const auto large = source_->windowIcon(owner.pid(), 24);
+    const auto large = source->windowIcon(first.pid(), 24);
     ASSERT_TRUE(large);
     EXPECT_EQ(large->width, 32);
     EXPECT_EQ(large->argb.back(), 0xff00ff00u);
-    EXPECT_FALSE(source_->windowIcon(owner.pid() + 100000, 16));
-}
+    EXPECT_FALSE(source->windowIcon(first.pid() + 100000, 16));
 
-TEST_F(X11ProcessSourceTest, systemInfo_windowsWithGoodAndHostileIcons_titlesAndIconsAnswered) {
+    // Through the system information: titles from desktop entries, icons drawn.
     IconFixture icons;
     icons.tree().write("data/applications/oneapp.desktop",
                        "[Desktop Entry]\nType=Application\nName=The One App\nIcon=app-one\n");
+    icons.tree().write("data/applications/ask.desktop",
+                       "[Desktop Entry]\nType=Application\nName=Asking\nIcon=app-one\n");
     VXSystemInfoBackEnds backEnds;
-    backEnds.processes = source_;
+    backEnds.processes = source;
     backEnds.images = std::make_shared<QtImageRenderer>();
     backEnds.dataDirs = {icons.tree().path("data")};
     backEnds.iconDirs = icons.iconDirs();
     backEnds.homeDirectory = icons.tree().path();
-    auto desktop = std::make_shared<FakeDesktopSettings>();
-    desktop->setIconTheme("TestTheme");
-    backEnds.desktop = desktop;
+    auto settings = std::make_shared<FakeDesktopSettings>();
+    settings->setIconTheme("TestTheme");
+    backEnds.desktop = settings;
     VXSystemInfo info(std::move(backEnds));
-
-    SleepingProcess good;
-    SleepingProcess broken;
-    // Broken icon data: a size far beyond the data, then a zero size, then garbage.
-    const std::vector<unsigned long> brokenIcon{100000, 100000, 1, 2, 3, 0, 0, 0xdeadbeef};
-    desktop_->createWindow({good.pid(), "icons", "Icons", "Good", "", X11TestDesktop::redAndGreenIcon()});
-    const auto last = desktop_->createWindow({broken.pid(), "oneapp", "OneApp", "Broken", "", brokenIcon});
-    ASSERT_TRUE(desktop_->waitUntilManaged(last));
-    ASSERT_EQ(waitForList(2).size(), 2u);
-
     const auto processes = info.getUIElementProcesses();
-    ASSERT_EQ(processes.size(), 2u);
-    EXPECT_EQ(processes[1]->name(), "sleep");
-    EXPECT_EQ(processes[1]->mainWindowTitle(), "The One App");
-    EXPECT_EQ(processes[0]->mainWindowTitle(), "Icons");
-
-    const auto decode = [](const std::optional<std::vector<std::uint8_t>>& png) {
-        return png ? QImage::fromData(QByteArray(reinterpret_cast<const char*>(png->data()),
-                                                 static_cast<qsizetype>(png->size())),
-                                      "PNG")
-                   : QImage();
-    };
-    const QImage windowIcon = decode(info.getDataOfIconForProcessSize(*processes[0], 32, 32));
+    ASSERT_EQ(processes.size(), 3u);
+    EXPECT_EQ(processes[0]->name(), "sleep");
+    EXPECT_EQ(processes[0]->mainWindowTitle(), "The One App");
+    EXPECT_EQ(processes[1]->mainWindowTitle(), "Selfish");
+    EXPECT_EQ(processes[2]->mainWindowTitle(), "Asking");
+    const QImage windowIcon = decodePNG(info.getDataOfIconForProcessSize(*processes[0], 32, 32));
     ASSERT_FALSE(windowIcon.isNull());
     EXPECT_EQ(windowIcon.pixelColor(16, 16), QColor(Qt::green));
     // openbox gives a window without a usable icon its own default one, so whichever of that or the
     // desktop entry's icon answers, it is a whole image of the size asked for.
-    const QImage hostile = decode(info.getDataOfIconForProcessSize(*processes[1], 48, 40));
+    const QImage hostile = decodePNG(info.getDataOfIconForProcessSize(*processes[2], 48, 40));
     ASSERT_FALSE(hostile.isNull());
     EXPECT_EQ(hostile.size(), QSize(48, 40));
-}
-
-TEST_F(X11ProcessSourceTest, uiProcesses_serverRestarted_emptyThenRecovers) {
-    SleepingProcess owner;
-    const auto window = desktop_->createWindow({owner.pid(), "a", "A", "A", "", {}});
-    ASSERT_TRUE(desktop_->waitUntilManaged(window));
-    ASSERT_EQ(waitForList(1).size(), 1u);
-
-    const int number = xvfb_.number();
-    desktop_.reset();
-    xvfb_.stop();
-    EXPECT_TRUE(source_->uiProcesses().empty());
-    EXPECT_FALSE(source_->processWithPid(owner.pid()));
-    EXPECT_FALSE(source_->windowIcon(owner.pid(), 16));
-
-    ASSERT_TRUE(xvfb_.start(800, 600, number));
-    ASSERT_TRUE(xvfb_.startWindowManager());
-    desktop_ = std::make_unique<X11TestDesktop>(xvfb_.name());
-    const auto again = desktop_->createWindow({owner.pid(), "b", "B", "B", "", {}});
-    ASSERT_TRUE(desktop_->waitUntilManaged(again));
-    const auto list = waitForList(1);
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0].className, "B");
 }
 
 TEST(X11ProcessSourceNoDisplayTest, everyOperation_noServer_givesNothing) {
@@ -206,9 +155,6 @@ TEST(X11ProcessSourceNoDisplayTest, everyOperation_noServer_givesNothing) {
     EXPECT_TRUE(source.uiProcesses().empty());
     EXPECT_FALSE(source.processWithPid(1));
     EXPECT_FALSE(source.windowIcon(1, 16));
-}
-
-TEST(X11ProcessSourceNoDisplayTest, executableName_ownProcess_isTheTestProgram) {
     EXPECT_EQ(X11ProcessSource::executableName(getpid()), "sysinfo_x11_tests");
     EXPECT_EQ(X11ProcessSource::executableName(999999999), "");
 }

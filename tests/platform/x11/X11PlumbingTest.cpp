@@ -4,14 +4,12 @@
 #include "platform/x11/X11ScreenGeometry.h"
 #include "support/TestPlatform.h"
 #include "support/XvfbProcess.h"
+#include "sysinfo/X11TestDesktop.h"
 
-#include <X11/Xatom.h>
 #include <X11/Xlib.h>
-#include <X11/Xutil.h>
 
 #include <chrono>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -28,34 +26,6 @@ template <typename Predicate> bool waitFor(Predicate predicate, int milliseconds
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return predicate();
-}
-
-// A top-level window that describes itself as a real application does.
-Window makeAppWindow(Display* dpy, const char* title, int pid, const std::vector<unsigned long>& icon) {
-    Window w = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 10, 10, 200, 100, 0, 0, 0);
-    XStoreName(dpy, w, title);
-    XClassHint hint{const_cast<char*>("testapp"), const_cast<char*>("TestApp")};
-    XSetClassHint(dpy, w, &hint);
-    const long pidValue = pid;
-    XChangeProperty(dpy, w, XInternAtom(dpy, "_NET_WM_PID", False), XA_CARDINAL, 32, PropModeReplace,
-                    reinterpret_cast<const unsigned char*>(&pidValue), 1);
-    if (!icon.empty()) {
-        XChangeProperty(dpy, w, XInternAtom(dpy, "_NET_WM_ICON", False), XA_CARDINAL, 32, PropModeReplace,
-                        reinterpret_cast<const unsigned char*>(icon.data()), static_cast<int>(icon.size()));
-    }
-    XMapWindow(dpy, w);
-    XSync(dpy, False);
-    return w;
-}
-
-std::vector<unsigned long> twoIcons() {
-    // A 16x16 icon of one colour, then a 32x32 icon of another (format-32 data is a long per item in Xlib).
-    std::vector<unsigned long> data{16, 16};
-    data.insert(data.end(), 16 * 16, 0xff0000ffUL);
-    data.push_back(32);
-    data.push_back(32);
-    data.insert(data.end(), 32 * 32, 0xff00ff00UL);
-    return data;
 }
 
 class X11Plumbing : public ::testing::Test {
@@ -118,9 +88,10 @@ TEST_F(X11Plumbing, ewmh_windowsOfAnApplication_areListedDescribedAndActivated) 
     X11Ewmh ewmh(*display_);
     EXPECT_TRUE(ewmh.windowManagerPresent());
 
-    Display* dpy = display_->display();
-    const Window first = makeAppWindow(dpy, "First window", 4242, twoIcons());
-    const Window second = makeAppWindow(dpy, "Second window", 4243, {});
+    X11TestDesktop desktop(server_.name());
+    const Window first = desktop.createWindow(
+        {4242, "testapp", "TestApp", "First window", "", X11TestDesktop::redAndGreenIcon()});
+    const Window second = desktop.createWindow({4243, "testapp", "TestApp", "Second window", "", {}});
     ASSERT_TRUE(waitFor([&] { return ewmh.clientList().size() == 2; })) << ewmh.clientList().size();
     EXPECT_EQ(ewmh.clientList(), (std::vector<xcb_window_t>{static_cast<xcb_window_t>(first),
                                                             static_cast<xcb_window_t>(second)}));
@@ -156,11 +127,11 @@ TEST_F(X11Plumbing, ewmh_windowsOfAnApplication_areListedDescribedAndActivated) 
 }
 
 TEST_F(X11Plumbing, windowIcon_malformedOrMissing_givesNothing) {
-    Display* dpy = display_->display();
+    X11TestDesktop desktop(server_.name());
     // Claims 100x100 pixels but carries only four.
-    const std::vector<unsigned long> bogus{100, 100, 1, 2, 3, 4};
-    const Window w = makeAppWindow(dpy, "Bogus icon", 1, bogus);
-    const Window plain = makeAppWindow(dpy, "No icon", 1, {});
+    const Window w =
+        desktop.createWindow({1, "testapp", "TestApp", "Bogus icon", "", {100, 100, 1, 2, 3, 4}});
+    const Window plain = desktop.createWindow({1, "testapp", "TestApp", "No icon", "", {}});
     X11Ewmh ewmh(*display_);
     EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(w), 32).has_value());
     // (openbox gives icon-less windows a default icon, so this one is checked without a window manager.)
