@@ -11,31 +11,24 @@ namespace {
 
 using Bytes = VXRenderedImageCache::Bytes;
 
-TEST(VXRenderedImageCacheTest, getOrRender_sameKey_rendersOnce) {
+TEST(VXRenderedImageCacheTest, getOrRender_sameKey_rendersOnceButFailuresAgain) {
     VXRenderedImageCache cache;
     int renders = 0;
-    const auto render = [&]() -> std::optional<Bytes> {
-        ++renders;
-        return Bytes{1, 2, 3};
+    const auto render = [&](bool works) {
+        return [&renders, works]() -> std::optional<Bytes> {
+            ++renders;
+            return works ? std::optional<Bytes>(Bytes{1, 2, 3}) : std::nullopt;
+        };
     };
-    EXPECT_EQ(cache.getOrRender("a", render), (Bytes{1, 2, 3}));
-    EXPECT_EQ(cache.getOrRender("a", render), (Bytes{1, 2, 3}));
+    EXPECT_EQ(cache.getOrRender("a", render(true)), (Bytes{1, 2, 3}));
+    EXPECT_EQ(cache.getOrRender("a", render(true)), (Bytes{1, 2, 3}));
     EXPECT_EQ(renders, 1);
-    cache.getOrRender("b", render);
+    cache.getOrRender("b", render(true));
     EXPECT_EQ(renders, 2);
-}
-
-TEST(VXRenderedImageCacheTest, getOrRender_failure_notKept) {
-    VXRenderedImageCache cache;
-    int renders = 0;
-    const auto failing = [&]() -> std::optional<Bytes> {
-        ++renders;
-        return std::nullopt;
-    };
-    EXPECT_FALSE(cache.getOrRender("x", failing));
-    EXPECT_FALSE(cache.getOrRender("x", failing));
-    EXPECT_EQ(renders, 2);
-    EXPECT_EQ(cache.size(), 0u);
+    EXPECT_FALSE(cache.getOrRender("x", render(false)));
+    EXPECT_FALSE(cache.getOrRender("x", render(false)));
+    EXPECT_EQ(renders, 4);
+    EXPECT_EQ(cache.size(), 2u);
 }
 
 TEST(VXRenderedImageCacheTest, getOrRender_overBudget_leastRecentlyUsedGoesFirst) {

@@ -75,18 +75,13 @@ TEST_F(ApplicationsFixture, getInstalledApplications_fixtureTree_visibleEntriesS
 }
 
 TEST_F(ApplicationsFixture, getInstalledApplications_germanLocale_usesLocalisedNames) {
-    const char* saved = std::getenv("LC_ALL");
-    const std::string previous = saved != nullptr ? saved : "";
+    const std::optional<std::string> saved =
+        std::getenv("LC_ALL") != nullptr ? std::optional<std::string>(std::getenv("LC_ALL")) : std::nullopt;
     setenv("LC_ALL", "de_DE.UTF-8", 1);
     VXSystemInfoBackEnds backEnds;
     backEnds.dataDirs = {tree_.path("sys2")};
-    VXSystemInfo german(std::move(backEnds));
-    const auto applications = german.getInstalledApplications();
-    if (saved != nullptr) {
-        setenv("LC_ALL", previous.c_str(), 1);
-    } else {
-        unsetenv("LC_ALL");
-    }
+    const auto applications = VXSystemInfo(std::move(backEnds)).getInstalledApplications();
+    saved ? setenv("LC_ALL", saved->c_str(), 1) : unsetenv("LC_ALL");
     EXPECT_EQ(names(applications),
               (std::vector<std::string>{"Betrachter", "Shadowed Calculator", "Text Editor"}));
 }
@@ -102,15 +97,12 @@ TEST_F(ApplicationsFixture, getInstalledApplications_entryAddedLater_isSeen) {
     EXPECT_EQ(names(applications)[1], "Brand New");
 }
 
-TEST_F(ApplicationsFixture, getApplicationsAtPath_anyFolder_recursesInNameOrder) {
+TEST_F(ApplicationsFixture, getApplicationsAtPath_anyFolder_recursesInNameOrderThroughLinkLoops) {
     EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications"))),
               (std::vector<std::string>{"Calculator", "alpha tool"}));
     EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications/"))).size(), 2u);
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("nowhere")).empty());
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("sys1/applications/calc.desktop")).empty());
-}
-
-TEST_F(ApplicationsFixture, getApplicationsAtPath_linkLoop_ends) {
     const std::string folder = tree_.folder("loop/applications/a");
     ASSERT_EQ(symlink("..", (folder + "/up").c_str()), 0);
     tree_.write("loop/applications/a/app.desktop", entry("Name=In a loop"));
@@ -126,22 +118,21 @@ TEST_F(ApplicationsFixture, getDockApplications_favourites_resolvedToEntriesInOr
     EXPECT_EQ(names(*dock), (std::vector<std::string>{"Viewer", "alpha tool", "Hidden one"}));
     EXPECT_EQ((*dock)[0]->path(), tree_.path("sys2/applications/viewer.desktop"));
     EXPECT_EQ((*dock)[0]->pid(), 0);
-}
 
-TEST_F(ApplicationsFixture, getDockApplications_noSetting_givesNothing) {
-    desktop_->setFavorites(std::nullopt);
-    EXPECT_FALSE(info_->getDockApplications());
     desktop_->setFavorites(std::vector<std::string>{});
     ASSERT_TRUE(info_->getDockApplications());
     EXPECT_TRUE(info_->getDockApplications()->empty());
-    VXSystemInfo noDesktop(VXSystemInfoBackEnds{});
-    EXPECT_FALSE(noDesktop.getDockApplications());
+    desktop_->setFavorites(std::nullopt); // no setting: nothing
+    EXPECT_FALSE(info_->getDockApplications());
+    EXPECT_FALSE(VXSystemInfo(VXSystemInfoBackEnds{}).getDockApplications());
 }
 
 TEST_F(ApplicationsFixture, getUIElementProcesses_runningPrograms_namesFromExecutableTitlesFromEntries) {
+    LogCapture log;
     processes_->setProcesses({
         {4101, "eog", "eog", "Eog", "photo.jpg"},     // StartupWMClass
         {4102, "gedit", "gedit", "Gedit", "notes"},   // last part of a reverse-DNS id
+        {77, "", "x", "X", "t"},                      // no name: logged and left out
         {4103, "atool", "whatever", "Whatever", "t"}, // Exec program
         {4104, "calc", "calc", "Calc", "1+1"},        // id, the user's entry winning
         {4105, "xterm", "xterm", "XTerm", "shell"},   // no entry: the window class
@@ -157,14 +148,6 @@ TEST_F(ApplicationsFixture, getUIElementProcesses_runningPrograms_namesFromExecu
     }
     EXPECT_EQ(processes[0]->name(), "eog");
     EXPECT_FALSE(processes[0]->path());
-}
-
-TEST_F(ApplicationsFixture, getUIElementProcesses_processWithoutName_loggedAndLeftOut) {
-    LogCapture log;
-    processes_->setProcesses({{77, "", "x", "X", "t"}, {78, "ok", "ok", "Ok", "t"}});
-    const auto processes = info_->getUIElementProcesses();
-    ASSERT_EQ(processes.size(), 1u);
-    EXPECT_EQ(processes[0]->pid(), 78);
     EXPECT_EQ(log.countContaining("Error: there is no name for process 77"), 1u);
 }
 
@@ -213,25 +196,23 @@ TEST(GSettingsDesktopSettingsTest, parseStringArray_printedVariants_stringsOrNot
     EXPECT_EQ(GSettingsDesktopSettings::parseString("'a' trailing"), std::nullopt);
 }
 
-TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_standInProgram_runWithArgumentVector) {
+TEST(GSettingsDesktopSettingsTest,
+     favoriteDesktopIds_standInPrograms_runWithArgumentVectorOnlySuccessCounts) {
     TempTree tree;
     const std::string arguments = tree.path("arguments");
     const std::string program =
         tree.write("fake-gsettings", "#!/bin/sh\nprintf '%s|' \"$@\" > '" + arguments +
                                          "'\necho \"['one.desktop', 'two.desktop']\"\n");
+    const std::string failing = tree.write("failing", "#!/bin/sh\necho \"['x.desktop']\"\nexit 1\n");
     chmod(program.c_str(), 0755);
-    GSettingsDesktopSettings settings(program);
-    EXPECT_EQ(settings.favoriteDesktopIds(), (std::vector<std::string>{"one.desktop", "two.desktop"}));
+    chmod(failing.c_str(), 0755);
+    EXPECT_EQ(GSettingsDesktopSettings(program).favoriteDesktopIds(),
+              (std::vector<std::string>{"one.desktop", "two.desktop"}));
     std::ifstream in(arguments);
     std::string line;
     std::getline(in, line);
     EXPECT_EQ(line, "get|org.gnome.shell|favorite-apps|");
-}
 
-TEST(GSettingsDesktopSettingsTest, favoriteDesktopIds_programFailsOrMissing_givesNothing) {
-    TempTree tree;
-    const std::string failing = tree.write("failing", "#!/bin/sh\necho \"['x.desktop']\"\nexit 1\n");
-    chmod(failing.c_str(), 0755);
     LogCapture log;
     EXPECT_FALSE(GSettingsDesktopSettings(failing).favoriteDesktopIds());
     EXPECT_FALSE(GSettingsDesktopSettings(tree.path("missing-program")).favoriteDesktopIds());

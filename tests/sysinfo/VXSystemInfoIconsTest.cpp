@@ -57,20 +57,16 @@ class VXSystemInfoIconsTest : public testing::Test {
 protected:
     void SetUp() override {
         const TempTree& tree = fixture_.tree();
-        tree.write("data/applications/one.desktop",
-                   "[Desktop Entry]\nType=Application\nName=App One\nIcon=app-one\n"
-                   "StartupWMClass=OneApp\n");
-        tree.write("data/applications/file-icon.desktop",
-                   "[Desktop Entry]\nType=Application\nName=File Icon\nIcon=" +
-                       tree.path("pixmaps/legacy-icon.png") + "\n");
-        tree.write("data/applications/dotted.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Dotted\nIcon=app-one.png\n");
-        tree.write("data/applications/broken.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Broken\nIcon=broken\n");
-        tree.write("data/applications/giant.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Giant\nIcon=giant\n");
-        tree.write("data/applications/broken-svg.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Broken SVG\nIcon=broken-svg\n");
+        for (const auto& [id, keys] : std::vector<std::pair<std::string, std::string>>{
+                 {"one", "Name=App One\nIcon=app-one\nStartupWMClass=OneApp"},
+                 {"file-icon", "Name=File Icon\nIcon=" + tree.path("pixmaps/legacy-icon.png")},
+                 {"dotted", "Name=Dotted\nIcon=app-one.png"},
+                 {"broken", "Name=Broken\nIcon=broken"},
+                 {"giant", "Name=Giant\nIcon=giant"},
+                 {"broken-svg", "Name=Broken SVG\nIcon=broken-svg"}}) {
+            tree.write("data/applications/" + id + ".desktop",
+                       "[Desktop Entry]\nType=Application\n" + keys + "\n");
+        }
         desktop_->setIconTheme("TestTheme");
         VXSystemInfoBackEnds backEnds;
         backEnds.dataDirs = {tree.path("data")};
@@ -113,45 +109,43 @@ TEST_F(VXSystemInfoIconsTest, launcherFolders_threeNames_ownImageAtRequestedSize
     EXPECT_EQ(iconOf("Dock", -2, 128, 32).size(), QSize(128, 32));
 }
 
-TEST_F(VXSystemInfoIconsTest, computer_testTheme_rendersComputerIcon) {
-    const QImage computer = iconOf("Mac", -1, 48, 48);
-    ASSERT_FALSE(computer.isNull());
-    EXPECT_EQ(centre(computer), QColor(Qt::cyan));
-}
-
-TEST_F(VXSystemInfoIconsTest, application_byPathOrName_rendersItsThemeIcon) {
-    const std::string one = fixture_.tree().path("data/applications/one.desktop");
-    EXPECT_EQ(centre(iconOf("App One", 0, 16, 16, one)), QColor(Qt::red));
-    EXPECT_EQ(centre(iconOf("App One", 0, 48, 48, one)), QColor(Qt::green));
-    EXPECT_EQ(centre(iconOf("App One", 0, 128, 128, one)), QColor(Qt::blue)); // SVG
-    EXPECT_EQ(iconOf("App One", 0, 128, 128, one).size(), QSize(128, 128));
-    EXPECT_EQ(
-        centre(iconOf("File Icon", 0, 32, 32, fixture_.tree().path("data/applications/file-icon.desktop"))),
-        QColor(Qt::darkBlue));
-    EXPECT_EQ(centre(iconOf("Dotted", 0, 16, 16, fixture_.tree().path("data/applications/dotted.desktop"))),
-              QColor(Qt::red));
-
+TEST_F(VXSystemInfoIconsTest, iconForProcess_computerEntriesFoldersFiles_theirIconAtTheSizeAsked) {
+    const auto path = [this](const char* relative) { return fixture_.tree().path(relative); };
+    const std::string text = fixture_.tree().write("notes.txt", "hello\n");
+    const struct {
+        const char* name;
+        std::int64_t pid;
+        int size;
+        std::optional<std::string> path;
+        std::optional<QColor> centre; // nothing: no image
+    } cases[] = {
+        {"Mac", -1, 48, std::nullopt, QColor(Qt::cyan)},
+        {"App One", 0, 16, path("data/applications/one.desktop"), QColor(Qt::red)},
+        {"App One", 0, 48, path("data/applications/one.desktop"), QColor(Qt::green)},
+        {"App One", 0, 128, path("data/applications/one.desktop"), QColor(Qt::blue)}, // SVG
+        {"File Icon", 0, 32, path("data/applications/file-icon.desktop"), QColor(Qt::darkBlue)},
+        {"Dotted", 0, 16, path("data/applications/dotted.desktop"), QColor(Qt::red)},
+        {"folder", 0, 48, path("data"), QColor(255, 128, 0)},
+        {"file", 0, 48, text, QColor(Qt::yellow)},
+        {"unreadable entry: a file", 0, 48, path("missing.desktop"), QColor(Qt::yellow)},
+        {"broken PNG", 0, 48, path("data/applications/broken.desktop"), std::nullopt},
+        {"giant PNG", 0, 48, path("data/applications/giant.desktop"), std::nullopt},
+        {"broken SVG", 0, 48, path("data/applications/broken-svg.desktop"), std::nullopt},
+    };
+    for (const auto& c : cases) {
+        const QImage image = iconOf(c.name, c.pid, c.size, c.size, c.path);
+        ASSERT_EQ(image.isNull(), !c.centre) << c.name << " at " << c.size;
+        if (c.centre) {
+            EXPECT_EQ(centre(image), *c.centre) << c.name << " at " << c.size;
+            EXPECT_EQ(image.size(), QSize(c.size, c.size)) << c.name << " at " << c.size;
+        }
+    }
     // Without a path, by name among the applications last listed.
     EXPECT_TRUE(iconOf("App One", 0, 48, 48).isNull());
     info_->getInstalledApplications();
     EXPECT_EQ(centre(iconOf("App One", 0, 48, 48)), QColor(Qt::green));
     EXPECT_TRUE(iconOf("app one", 0, 48, 48).isNull()); // the name must match exactly
     EXPECT_TRUE(iconOf("Nobody", 0, 48, 48).isNull());
-}
-
-TEST_F(VXSystemInfoIconsTest, application_pathOfFolderOrFile_rendersTheirKind) {
-    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, fixture_.tree().path("data"))), QColor(255, 128, 0));
-    const std::string text = fixture_.tree().write("notes.txt", "hello\n");
-    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, text)), QColor(Qt::yellow));
-    // A desktop entry that cannot be read is a file like any other.
-    EXPECT_EQ(centre(iconOf("x", 0, 48, 48, fixture_.tree().path("missing.desktop"))), QColor(Qt::yellow));
-}
-
-TEST_F(VXSystemInfoIconsTest, application_brokenIconFiles_giveNothing) {
-    for (const char* entry : {"broken", "giant", "broken-svg"}) {
-        const std::string path = fixture_.tree().path(std::string("data/applications/") + entry + ".desktop");
-        EXPECT_TRUE(iconOf("x", 0, 48, 48, path).isNull()) << entry;
-    }
 }
 
 TEST_F(VXSystemInfoIconsTest, runningProcess_withAndWithoutWindowIcon_windowIconElseApplicationIcon) {
@@ -205,7 +199,7 @@ TEST_F(VXSystemInfoIconsTest, fileIcon_pathsAndDir_lzwTiffAtRequestedSize) {
     EXPECT_FALSE(info_->getDataOfFileIconSize("DIR", 0, 30));
 }
 
-TEST(VXSystemInfoIconsSystemTest, computer_installedTheme_rendersAnIcon) {
+TEST(VXSystemInfoIconsSystemTest, computer_installedThemeOrNoRenderer_anIconOrNothing) {
     VXSystemInfoBackEnds backEnds;
     backEnds.images = std::make_shared<QtImageRenderer>();
     backEnds.mimeTypes = std::make_shared<QtMimeTypes>();
@@ -214,13 +208,11 @@ TEST(VXSystemInfoIconsSystemTest, computer_installedTheme_rendersAnIcon) {
     ASSERT_TRUE(png) << "no computer icon in the installed icon theme";
     EXPECT_EQ(decode(png, "PNG").size(), QSize(64, 64));
     EXPECT_TRUE(info.getDataOfFileIconSize("/tmp/README", 64, 64));
-}
 
-TEST(VXSystemInfoIconsSystemTest, everyIcon_withoutRenderer_givesNothing) {
-    VXSystemInfo info(VXSystemInfoBackEnds{});
-    EXPECT_FALSE(info.getDataOfIconForProcessSize(VXProcess("Applications", -2), 64, 64));
-    EXPECT_FALSE(info.getDataOfIconForProcessSize(VXProcess("Mac", -1), 64, 64));
-    EXPECT_FALSE(info.getDataOfFileIconSize("DIR", 64, 64));
+    VXSystemInfo withoutRenderer(VXSystemInfoBackEnds{});
+    EXPECT_FALSE(withoutRenderer.getDataOfIconForProcessSize(VXProcess("Applications", -2), 64, 64));
+    EXPECT_FALSE(withoutRenderer.getDataOfIconForProcessSize(VXProcess("Mac", -1), 64, 64));
+    EXPECT_FALSE(withoutRenderer.getDataOfFileIconSize("DIR", 64, 64));
 }
 
 } // namespace

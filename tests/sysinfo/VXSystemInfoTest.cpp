@@ -74,75 +74,54 @@ TEST(VXSystemInfoTest, operatingSystemVersionString_thisMachine_prettyNameAndKer
     }
 }
 
-TEST(VXSystemInfoTest, getVXHVersion_built_isProjectVersion) {
-    EXPECT_EQ(VXSystemInfo(VXSystemInfoBackEnds{}).getVXHVersion(), "3.0.0");
-}
+TEST(VXSystemInfoTest, getDirectoryAtPath_relativeAbsoluteAndOddPaths_listedOrNothing) {
+    TempTree tree;
+    tree.write("Documents/report.pdf", "%PDF");
+    tree.write("Documents/Photos/cat.jpg", "jpeg");
+    tree.write("Documents/.secret", "hidden");
+    tree.write("Documents/ünïcödé name.txt", "text");
+    tree.folder("Documents/Empty Folder");
+    tree.write(".profile", "x");
+    symlink("/nonexistent/target", tree.path("Documents/dangling").c_str());
+    symlink(tree.path("Documents/Photos").c_str(), tree.path("Documents/link-to-photos").c_str());
+    VXSystemInfoBackEnds backEnds;
+    backEnds.homeDirectory = tree.path();
+    VXSystemInfo info(std::move(backEnds));
 
-class DirectoryTest : public testing::Test {
-protected:
-    void SetUp() override {
-        tree_.write("Documents/report.pdf", "%PDF");
-        tree_.write("Documents/Photos/cat.jpg", "jpeg");
-        tree_.write("Documents/.secret", "hidden");
-        tree_.write("Documents/ünïcödé name.txt", "text");
-        tree_.folder("Documents/Empty Folder");
-        tree_.write(".profile", "x");
-        symlink("/nonexistent/target", tree_.path("Documents/dangling").c_str());
-        symlink(tree_.path("Documents/Photos").c_str(), tree_.path("Documents/link-to-photos").c_str());
-        VXSystemInfoBackEnds backEnds;
-        backEnds.homeDirectory = tree_.path();
-        info_ = std::make_unique<VXSystemInfo>(std::move(backEnds));
-    }
-
-    TempTree tree_;
-    std::unique_ptr<VXSystemInfo> info_;
-};
-
-TEST_F(DirectoryTest, getDirectoryAtPath_relativePath_listsUnderHome) {
-    const auto documents = info_->getDirectoryAtPath("Documents");
+    const auto documents = info.getDirectoryAtPath("Documents"); // under the home folder
     ASSERT_NE(documents, nullptr);
     EXPECT_EQ(documents->name(), "Documents");
-    EXPECT_EQ(documents->path(), tree_.path() + "/Documents");
+    EXPECT_EQ(documents->path(), tree.path() + "/Documents");
     EXPECT_EQ(entries(*documents), (std::vector<std::string>{"Empty Folder/", "Photos/", "link-to-photos/",
                                                              "report.pdf", "ünïcödé name.txt"}));
-}
-
-TEST_F(DirectoryTest, getDirectoryAtPath_empty_listsHomeWithTrailingSlash) {
-    const auto home = info_->getDirectoryAtPath("");
+    const auto home = info.getDirectoryAtPath("");
     ASSERT_NE(home, nullptr);
-    EXPECT_EQ(home->path(), tree_.path() + "/");
-    EXPECT_EQ(home->name(), tree_.path().substr(tree_.path().rfind('/') + 1));
+    EXPECT_EQ(home->path(), tree.path() + "/");
+    EXPECT_EQ(home->name(), tree.path().substr(tree.path().rfind('/') + 1));
     EXPECT_EQ(entries(*home), (std::vector<std::string>{"Documents/"}));
-}
-
-TEST_F(DirectoryTest, getDirectoryAtPath_absoluteAndOddPaths_listedOrNothing) {
-    const auto photos = info_->getDirectoryAtPath(tree_.path("Documents/Photos"));
+    const auto photos = info.getDirectoryAtPath(tree.path("Documents/Photos"));
     ASSERT_NE(photos, nullptr);
     EXPECT_EQ(entries(*photos), (std::vector<std::string>{"cat.jpg"}));
-    const auto root = info_->getDirectoryAtPath("/");
+    const auto root = info.getDirectoryAtPath("/");
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root->name(), "/");
-
-    EXPECT_EQ(info_->getDirectoryAtPath("Documents/report.pdf"), nullptr); // a file
-    EXPECT_EQ(info_->getDirectoryAtPath("Missing"), nullptr);
-    EXPECT_EQ(info_->getDirectoryAtPath("Documents/dangling"), nullptr);
-    EXPECT_EQ(info_->getDirectoryAtPath(std::string("Documents\0x", 11)), nullptr);
-    const auto parent = info_->getDirectoryAtPath("Documents/../Documents/Photos/");
+    const auto parent = info.getDirectoryAtPath("Documents/../Documents/Photos/");
     ASSERT_NE(parent, nullptr);
     EXPECT_EQ(parent->name(), "Photos");
-}
 
-TEST_F(DirectoryTest, getDirectoryAtPath_unreadableFolder_givesNothing) {
-    const std::string locked = tree_.folder("Locked");
+    EXPECT_EQ(info.getDirectoryAtPath("Documents/report.pdf"), nullptr); // a file
+    EXPECT_EQ(info.getDirectoryAtPath("Missing"), nullptr);
+    EXPECT_EQ(info.getDirectoryAtPath("Documents/dangling"), nullptr);
+    EXPECT_EQ(info.getDirectoryAtPath(std::string("Documents\0x", 11)), nullptr);
+    const std::string locked = tree.folder("Locked");
     chmod(locked.c_str(), 0);
-    // Root reads any folder: the test only means something for other users.
-    if (geteuid() != 0) {
-        EXPECT_EQ(info_->getDirectoryAtPath("Locked"), nullptr);
+    if (geteuid() != 0) { // root reads any folder
+        EXPECT_EQ(info.getDirectoryAtPath("Locked"), nullptr);
     }
     chmod(locked.c_str(), 0700);
 }
 
-TEST(VXSystemInfoTest, everyQuery_noBackEnds_neutralResults) {
+TEST(VXSystemInfoTest, everyQuery_noBackEndsOrPlatformOnes_neutralOrRealResults) {
     VXSystemInfo info(VXSystemInfoBackEnds{});
     EXPECT_EQ(info.getVolume(), 0.0f);
     EXPECT_EQ(info.getBrightness(), -1.0f);
@@ -151,15 +130,13 @@ TEST(VXSystemInfoTest, everyQuery_noBackEnds_neutralResults) {
     EXPECT_TRUE(info.getUIElementProcesses().empty());
     EXPECT_EQ(info.getProcessWithPSN(1234), nullptr);
     EXPECT_EQ(info.screen(), nullptr);
-}
 
-TEST(VXSystemInfoTest, shared_askedTwice_sameInstanceWithPlatformBackEnds) {
-    const auto first = VXSystemInfo::shared();
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first, VXSystemInfo::shared());
-    EXPECT_NE(first->screen(), nullptr);
-    EXPECT_EQ(first->getVXHVersion(), "3.0.0");
-    EXPECT_EQ(first->getProcessWithPSN(-1)->name(), "Mac");
+    const auto shared = VXSystemInfo::shared();
+    ASSERT_NE(shared, nullptr);
+    EXPECT_EQ(shared, VXSystemInfo::shared());
+    EXPECT_NE(shared->screen(), nullptr);
+    EXPECT_EQ(shared->getVXHVersion(), "3.0.0");
+    EXPECT_EQ(shared->getProcessWithPSN(-1)->name(), "Mac");
 }
 
 } // namespace
