@@ -1,4 +1,5 @@
 #include "input/VXCommandExecute.h"
+#include "Gestures.h"
 #include "fakes/FakeApplicationLauncher.h"
 #include "fakes/FakeEventPoster.h"
 #include "fakes/FakeKeyboardLayout.h"
@@ -9,9 +10,8 @@
 #include "input/VXCommandTester.h"
 #include "protocol/VXCommand.h"
 #include "protocol/VXError.h"
-#include "protocol/VXTrackpadCommand.h"
+#include "support/LogCapture.h"
 #include "transport/PZException.h"
-#include "transport/PZLogger.h"
 #include "transport/PZRunLoop.h"
 
 #include <gtest/gtest.h>
@@ -45,21 +45,6 @@ protected:
     std::shared_ptr<VXError> run(const std::string& type, const std::string& instruction,
                                  std::int64_t pid = -1, const std::string& name = "") {
         return executor_->execute(VXCommand(type, VXProcess(name, pid), instruction));
-    }
-
-    std::shared_ptr<VXError> gesture(std::int32_t touch, std::int16_t fingers, std::int16_t taps,
-                                     VXPoint shift = {}) {
-        VXTrackpadCommand command;
-        command.setTouchState(touch);
-        command.setFingers(fingers);
-        command.setTapCount(taps);
-        command.setShift(shift);
-        return executor_->execute(command);
-    }
-
-    // Runs this thread's loop for a while (the delayed click fires on it).
-    static void runLoopFor(std::chrono::milliseconds duration) {
-        PZRunLoop::current()->runUntil(PZRunLoop::Clock::now() + duration);
     }
 
     std::chrono::milliseconds clickDelay_ = 40ms;
@@ -96,10 +81,9 @@ TEST_F(VXCommandExecuteTest, exe_special_wordsWithoutRegardToCase) {
 
 TEST_F(VXCommandExecuteTest, exe_specialRefused_unableToExecuteAndLogged) {
     power_->refusal = "The name org.freedesktop.login1 was not provided by any .service files";
-    std::vector<std::string> lines;
-    const auto token = PZLogger::addObserver([&](std::string_view line) { lines.emplace_back(line); });
+    LogCapture log;
     EXPECT_EQ(message(run("special", "sleep")), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
-    PZLogger::removeObserver(token);
+    const auto lines = log.lines();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].rfind("VXCommandExecute exe: special {number = ", 0), 0u) << lines[0];
     ASSERT_TRUE(executor_->error().has_value());
@@ -239,7 +223,7 @@ TEST_F(VXCommandExecuteTest, execute_withTester_hooksOnMainThreadAndNoDidAfterEr
 }
 
 TEST_F(VXCommandExecuteTest, trackpad_singleTap_clickAfterDelay) {
-    EXPECT_EQ(gesture(0, 1, 1), nullptr);
+    EXPECT_TRUE(perform(*executor_, {{0, 1, 1}}));
     EXPECT_TRUE(executor_->needClick());
     EXPECT_TRUE(poster_->takeEvents().empty());
     runLoopFor(clickDelay_ / 2);
@@ -249,57 +233,56 @@ TEST_F(VXCommandExecuteTest, trackpad_singleTap_clickAfterDelay) {
     EXPECT_FALSE(executor_->needClick());
 }
 
-TEST_F(VXCommandExecuteTest, trackpad_moveWithinDelay_cancelsClick) {
-    poster_->location = {100, 100};
-    gesture(0, 1, 1);
-    gesture(2, 1, 0, {5, -3});
-    runLoopFor(clickDelay_ * 3);
-    EXPECT_EQ(poster_->takeEvents(), (Events{"place 105 97"}));
-    EXPECT_FALSE(executor_->needClick());
+TEST_F(VXCommandExecuteTest, trackpad_gestures_postedEvents) {
+    struct Case {
+        const char* name;
+        VXPoint start;
+        std::vector<Gesture> gestures;
+        Events events;
+    };
+    const Case cases[] = {
+        {"a move within the delay cancels the click",
+         {100, 100},
+         {{0, 1, 1}, {2, 1, 0, {5, -3}}},
+         {"place 105 97"}},
+        {"two fingers: right click, scroll outside the dead zone; three fingers: nothing",
+         {100, 100},
+         {{0, 2, 1}, {2, 2, 0, {0, 20}}, {2, 2, 0, {2, 2}}, {0, 3, 1}, {2, 3, 0, {30, 30}}},
+         {"button+3", "button-3", "scroll -1 0"}},
+        {"double tap, hold, move, release: a drag without extra click",
+         {10, 10},
+         {{0, 1, 1}, {1, 1, 2}, {2, 1, 2, {40, 0}}, {0, 1, 2}},
+         {"button+1", "place 50 10", "button-1"}},
+        {"double tap without moving: press, release and one more click",
+         {100, 100},
+         {{0, 1, 1}, {1, 1, 2}, {0, 1, 2}},
+         {"button+1", "button-1", "button+1", "button-1"}},
+        {"a lift or a move ending the touch releases; a touch down that is no second tap does nothing",
+         {100, 100},
+         {{0, 1, 0}, {0, 1, 0, {1, 1}}, {1, 1, 1}, {5, 1, 1}},
+         {"button-1", "place 101 101", "button-1"}},
+    };
+    for (const Case& c : cases) {
+        poster_->location = c.start;
+        EXPECT_TRUE(perform(*executor_, c.gestures)) << c.name;
+        runLoopFor(clickDelay_ * 3);
+        EXPECT_EQ(poster_->takeEvents(), c.events) << c.name;
+        EXPECT_FALSE(executor_->needClick()) << c.name;
+    }
 }
 
-TEST_F(VXCommandExecuteTest, trackpad_twoFingers_rightClickAndScroll) {
-    gesture(0, 2, 1);
-    EXPECT_EQ(poster_->takeEvents(), (Events{"button+3", "button-3"}));
-    gesture(2, 2, 0, {0, 20});
-    gesture(2, 2, 0, {2, 2}); // inside the dead zone
-    EXPECT_EQ(poster_->takeEvents(), (Events{"scroll -1 0"}));
-    gesture(0, 3, 1);
-    gesture(2, 3, 0, {30, 30});
-    runLoopFor(clickDelay_ * 2);
-    EXPECT_TRUE(poster_->takeEvents().empty());
-}
-
-TEST_F(VXCommandExecuteTest, trackpad_doubleTapHoldMoveRelease_dragWithoutExtraClick) {
-    poster_->location = {10, 10};
-    gesture(0, 1, 1);
-    gesture(1, 1, 2);
-    gesture(2, 1, 2, {40, 0});
-    gesture(0, 1, 2);
-    runLoopFor(clickDelay_ * 3);
-    EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "place 50 10", "button-1"}));
-}
-
-TEST_F(VXCommandExecuteTest, trackpad_doubleTapWithoutMoving_pressReleaseAndOneMoreClick) {
-    gesture(0, 1, 1);
-    gesture(1, 1, 2);
-    gesture(0, 1, 2);
-    runLoopFor(clickDelay_ * 3);
-    EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "button-1", "button+1", "button-1"}));
-}
-
-TEST_F(VXCommandExecuteTest, trackpad_liftAndMoveEndingTouch_releaseButton) {
-    gesture(0, 1, 0);
-    gesture(0, 1, 0, {1, 1});
-    gesture(1, 1, 1); // a touch down that is not a second tap does nothing
-    gesture(5, 1, 1);
-    EXPECT_EQ(poster_->takeEvents(), (Events{"button-1", "place 101 101", "button-1"}));
-}
-
-TEST_F(VXCommandExecuteTest, getKeyboardMaps_dumpOfTheFourMaps) {
-    const std::string maps = executor_->getKeyboardMaps();
-    EXPECT_EQ(maps.rfind("PZKeyboard\n", 0), 0u);
-    EXPECT_NE(maps.find("a (97) = 0\n"), std::string::npos);
+TEST_F(VXCommandExecuteTest, getKeyboardMaps_fourMapsInSearchOrder) {
+    const std::string text = executor_->getKeyboardMaps();
+    EXPECT_EQ(text.rfind("PZKeyboard\n<PZKeyboardMap: ", 0), 0u);
+    std::size_t maps = 0;
+    for (auto at = text.find("modifiers:\n"); at != std::string::npos;
+         at = text.find("modifiers:\n", at + 1)) {
+        ++maps;
+    }
+    EXPECT_EQ(maps, 4u);
+    EXPECT_LT(text.find("(null)"), text.find("    56\n)"));
+    EXPECT_NE(text.find("(\n    56,\n    58\n)"), std::string::npos);
+    EXPECT_NE(text.find("a (97) = 0\n"), std::string::npos);
 }
 
 } // namespace

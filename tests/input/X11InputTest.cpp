@@ -1,3 +1,4 @@
+#include "Gestures.h"
 #include "TestWindow.h"
 #include "input/PZMouse.h"
 #include "input/VXCommandExecute.h"
@@ -8,11 +9,9 @@
 #include "input/linux/XTestEventPoster.h"
 #include "protocol/VXCommand.h"
 #include "protocol/VXError.h"
-#include "protocol/VXTrackpadCommand.h"
 #include "support/TestPlatform.h"
 #include "support/XvfbProcess.h"
 #include "transport/PZException.h"
-#include "transport/PZRunLoop.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -51,10 +50,7 @@ protected:
         backends.focusTimeout = std::chrono::seconds(2);
         executor_ = VXCommandExecute::create(backends);
         ASSERT_TRUE(window_.start(xvfb_.name()));
-        if (!windowManager) {
-            return;
-        }
-        ASSERT_TRUE(window_.waitForFocus());
+        ASSERT_TRUE(!windowManager || window_.waitForFocus());
     }
 
     void setLayout(const std::string& layout) {
@@ -82,34 +78,17 @@ protected:
 
     // The first key press with this keysym, if the window saw one.
     std::optional<TestWindow::Key> pressOf(unsigned long keysym) {
+        std::optional<TestWindow::Key> found;
         window_.waitFor([&] {
             for (const auto& key : window_.keys()) {
                 if (key.press && key.keysym == keysym) {
+                    found = key;
                     return true;
                 }
             }
             return false;
         });
-        for (const auto& key : window_.keys()) {
-            if (key.press && key.keysym == keysym) {
-                return key;
-            }
-        }
-        return std::nullopt;
-    }
-
-    std::shared_ptr<VXError> gesture(std::int32_t touch, std::int16_t fingers, std::int16_t taps,
-                                     VXPoint shift = {}) {
-        VXTrackpadCommand command;
-        command.setTouchState(touch);
-        command.setFingers(fingers);
-        command.setTapCount(taps);
-        command.setShift(shift);
-        return executor_->execute(command);
-    }
-
-    static void runLoopFor(std::chrono::milliseconds duration) {
-        PZRunLoop::current()->runUntil(PZRunLoop::Clock::now() + duration);
+        return found;
     }
 
     std::vector<std::string> buttonEvents() {
@@ -127,21 +106,15 @@ protected:
     std::shared_ptr<VXCommandExecute> executor_;
 };
 
-TEST_F(X11InputTest, execute_usLayoutText_windowReceivesText) {
-    typeText("Hello, World! 123");
-    EXPECT_EQ(window_.waitForText("Hello, World! 123"), "Hello, World! 123");
-}
-
-TEST_F(X11InputTest, execute_germanLayoutText_windowReceivesText) {
-    setLayout("de");
-    typeText("Grüße, ß@€|{}");
-    EXPECT_EQ(window_.waitForText("Grüße, ß@€|{}"), "Grüße, ß@€|{}");
-}
-
-TEST_F(X11InputTest, execute_frenchLayoutText_windowReceivesText) {
-    setLayout("fr");
-    typeText("àéèç azerty");
-    EXPECT_EQ(window_.waitForText("àéèç azerty"), "àéèç azerty");
+TEST_F(X11InputTest, execute_textOnUsGermanAndFrenchLayouts_windowReceivesText) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"us", "Hello, World! 123"}, {"de", "Grüße, ß@€|{}"}, {"fr", "àéèç azerty"}};
+    for (const auto& [layout, text] : cases) {
+        setLayout(layout);
+        window_.clear();
+        typeText(text);
+        EXPECT_EQ(window_.waitForText(text), text) << layout;
+    }
 }
 
 TEST_F(X11InputTest, execute_layoutSwitchedBetweenCommands_sameLetterOtherKey) {
@@ -160,56 +133,40 @@ TEST_F(X11InputTest, execute_layoutSwitchedBetweenCommands_sameLetterOtherKey) {
     EXPECT_EQ(keycodes, (std::vector<unsigned>{52, 29, 52})); // the Z key, then the key at the position of Y
 }
 
-TEST_F(X11InputTest, execute_capitalAlone_comesWithShift) {
-    EXPECT_EQ(type("H"), nullptr);
-    EXPECT_EQ(type("#1 h"), nullptr);
-    EXPECT_EQ(type("h"), nullptr);
-    EXPECT_EQ(window_.waitForText("HHh"), "HHh");
-    std::vector<unsigned> states;
-    for (const auto& key : window_.keys()) {
-        if (key.press && !key.text.empty()) {
-            states.push_back(key.state & shiftMask);
+TEST_F(X11InputTest, execute_keys_keysymStateAndText) {
+    struct Case {
+        const char* instruction;
+        unsigned long keysym;
+        unsigned mask;  // the state bits looked at
+        unsigned state; // their expected value
+        const char* text = nullptr;
+        const char* commandKey = "control";
+    };
+    const Case cases[] = {
+        {"H", 'H', shiftMask, shiftMask, "H"}, // a capital alone comes with shift
+        {"#1 h", 'H', shiftMask, shiftMask, "H"},
+        {"h", 'h', shiftMask, 0, "h"},
+        {"#4 c", 'c', controlMask | superMask, controlMask, "\x03"},
+        {"#4 v", 'v', controlMask | superMask, superMask, nullptr, "super"}, // the preferred command key
+        {"numpad5", 0xffb5, 0, 0, "5"},
+        {"numpadreturn", 0xff8d, 0, 0},
+        {"a", 'a', numLockMask, 0, "a"}, // Num Lock is off again
+        {"#1 #4 LeftArrow", 0xff51, shiftMask | controlMask, shiftMask | controlMask},
+        {"uparrow", 0xff52, shiftMask | controlMask, 0},
+        {"play", 0x1008ff14, 0, 0},  // XF86AudioPlay
+        {"eject", 0x1008ff2c, 0, 0}, // XF86Eject
+    };
+    for (const Case& c : cases) {
+        window_.clear();
+        commandKey_ = c.commandKey;
+        EXPECT_EQ(type(c.instruction), nullptr) << c.instruction;
+        const auto press = pressOf(c.keysym);
+        ASSERT_TRUE(press.has_value()) << c.instruction;
+        EXPECT_EQ(press->state & c.mask, c.state) << c.instruction;
+        if (c.text != nullptr) {
+            EXPECT_EQ(press->text, c.text) << c.instruction;
         }
     }
-    EXPECT_EQ(states, (std::vector<unsigned>{shiftMask, shiftMask, 0}));
-}
-
-TEST_F(X11InputTest, execute_commandMark_controlShortcutOrPreferredKey) {
-    EXPECT_EQ(type("#4 c"), nullptr);
-    auto c = pressOf('c');
-    ASSERT_TRUE(c.has_value());
-    EXPECT_EQ(c->state & (controlMask | superMask), controlMask);
-    EXPECT_EQ(c->text, "\x03");
-    window_.clear();
-    commandKey_ = "super";
-    EXPECT_EQ(type("#4 v"), nullptr);
-    auto v = pressOf('v');
-    ASSERT_TRUE(v.has_value());
-    EXPECT_EQ(v->state & (controlMask | superMask), superMask);
-}
-
-TEST_F(X11InputTest, execute_keypadKeys_digitsAndEnterWithNumLockRestored) {
-    EXPECT_EQ(type("numpad5"), nullptr);
-    EXPECT_EQ(type("numpadreturn"), nullptr);
-    EXPECT_EQ(type("a"), nullptr);
-    const auto five = pressOf(0xffb5); // KP_5
-    ASSERT_TRUE(five.has_value());
-    EXPECT_EQ(five->text, "5");
-    EXPECT_TRUE(pressOf(0xff8d).has_value()); // KP_Enter
-    const auto a = pressOf('a');
-    ASSERT_TRUE(a.has_value());
-    EXPECT_EQ(a->state & numLockMask, 0u); // Num Lock is off again
-}
-
-TEST_F(X11InputTest, execute_arrowsWithModifiers_keysymAndState) {
-    EXPECT_EQ(type("#1 #4 LeftArrow"), nullptr);
-    EXPECT_EQ(type("uparrow"), nullptr);
-    const auto left = pressOf(0xff51);
-    ASSERT_TRUE(left.has_value());
-    EXPECT_EQ(left->state & (shiftMask | controlMask), shiftMask | controlMask);
-    const auto up = pressOf(0xff52);
-    ASSERT_TRUE(up.has_value());
-    EXPECT_EQ(up->state & (shiftMask | controlMask), 0u);
 }
 
 TEST_F(X11InputTest, execute_unknownMark_raisesAndTypesNothing) {
@@ -254,92 +211,79 @@ TEST_F(X11InputTest, execute_characterOnNoKey_temporaryKeyThenMappingRestored) {
     EXPECT_FALSE(layout_->layoutChanged());
 }
 
-TEST_F(X11InputTest, execute_otherProcessPid_focusMovesThereBeforeTyping) {
+TEST_F(X11InputTest, execute_otherProcess_focusMovesThereBeforeTypingWithEitherMethod) {
     TestWindow second;
     ASSERT_TRUE(second.start(xvfb_.name(), "second window", "300x200+500+300"));
     ASSERT_TRUE(second.waitForFocus());
     EXPECT_EQ(type("x", &window_), nullptr);
     EXPECT_EQ(type("y", &second), nullptr);
-    EXPECT_EQ(type("z", &window_), nullptr);
-    EXPECT_EQ(window_.waitForText("xz"), "xz");
+    executor_->setKeyboardMethod(2); // the script raises the process by name, then types
+    EXPECT_EQ(type("#1 q", &window_, "vxh_test_window"), nullptr);
+    EXPECT_EQ(type("mute", &window_, "vxh_test_window"), nullptr);
+    EXPECT_EQ(window_.waitForText("xQ"), "xQ");
     EXPECT_EQ(second.waitForText("y"), "y");
+    EXPECT_TRUE(pressOf(0x1008ff12).has_value()); // XF86AudioMute
+    EXPECT_EQ(type("a", &window_, "no-such-program")->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+    executor_->setKeyboardMethod(1);
     VXCommand gone("keyboard", VXProcess("", 999999), "q");
     EXPECT_EQ(executor_->execute(gone)->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
 }
 
-TEST_F(X11InputTest, execute_method2WithProcessName_scriptRaisesAndTypes) {
-    TestWindow second;
-    ASSERT_TRUE(second.start(xvfb_.name(), "second window", "300x200+500+300"));
-    ASSERT_TRUE(second.waitForFocus());
-    executor_->setKeyboardMethod(2);
-    EXPECT_EQ(type("#1 q", &window_, "vxh_test_window"), nullptr);
-    EXPECT_EQ(type("mute", &window_, "vxh_test_window"), nullptr);
-    EXPECT_EQ(window_.waitForText("Q"), "Q");
-    EXPECT_TRUE(pressOf(0x1008ff12).has_value()); // XF86AudioMute
-    EXPECT_EQ(type("a", &window_, "no-such-program")->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
-}
-
-TEST_F(X11InputTest, execute_specialKeys_theirXF86Keys) {
-    EXPECT_EQ(type("play"), nullptr);
-    EXPECT_EQ(type("eject"), nullptr);
-    EXPECT_TRUE(pressOf(0x1008ff14).has_value()); // XF86AudioPlay
-    EXPECT_TRUE(pressOf(0x1008ff2c).has_value()); // XF86Eject
-}
-
-TEST_F(X11InputTest, trackpad_singleTap_oneClickAfterDelay) {
-    executor_->mouse().moveToPoint({200, 150});
-    const auto sent = std::chrono::steady_clock::now();
-    EXPECT_EQ(gesture(0, 1, 1), nullptr);
-    runLoopFor(400ms);
-    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 2; }));
-    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1"}));
-    const auto pressedAt = std::chrono::nanoseconds(window_.buttons().front().ns);
-    EXPECT_GE(pressedAt - sent.time_since_epoch(), 150ms);
-}
-
-TEST_F(X11InputTest, trackpad_moveWithinDelay_cancelsClick) {
-    executor_->mouse().moveToPoint({200, 150});
-    gesture(0, 1, 1);
-    gesture(2, 1, 0, {10, 5});
-    runLoopFor(400ms);
-    ASSERT_TRUE(window_.waitFor([&] {
-        const auto motions = window_.motions();
-        return !motions.empty() && motions.back().x == 210 && motions.back().y == 155;
-    }));
-    EXPECT_TRUE(window_.buttons().empty());
-    EXPECT_EQ(executor_->mouse().getLocation(), (VXPoint{210, 155}));
-}
-
-TEST_F(X11InputTest, trackpad_twoFingers_rightClickAndScroll) {
-    executor_->mouse().moveToPoint({200, 150});
-    gesture(0, 2, 1);
-    gesture(2, 2, 0, {0, 30});
-    gesture(2, 2, 0, {-30, 0});
-    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 6; }));
-    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+3", "-3", "+5", "-5", "+6", "-6"}));
-}
-
-TEST_F(X11InputTest, trackpad_doubleTapHoldMoveRelease_dragWithoutExtraClick) {
-    executor_->mouse().moveToPoint({100, 100});
-    gesture(0, 1, 1);
-    gesture(1, 1, 2);
-    gesture(2, 1, 2, {50, 20});
-    gesture(0, 1, 2);
-    runLoopFor(400ms);
-    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 2; }));
-    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1"}));
-    EXPECT_EQ(window_.buttons().back().x, 150);
-    EXPECT_EQ(window_.buttons().back().y, 120);
-}
-
-TEST_F(X11InputTest, trackpad_doubleTapWithoutMoving_pressReleaseAndOneMoreClick) {
-    executor_->mouse().moveToPoint({100, 100});
-    gesture(0, 1, 1);
-    gesture(1, 1, 2);
-    gesture(0, 1, 2);
-    runLoopFor(400ms);
-    ASSERT_TRUE(window_.waitFor([&] { return window_.buttons().size() >= 4; }));
-    EXPECT_EQ(buttonEvents(), (std::vector<std::string>{"+1", "-1", "+1", "-1"}));
+TEST_F(X11InputTest, trackpad_gestures_buttonsAndPointerAtTheWindow) {
+    struct Case {
+        const char* name;
+        VXPoint start;
+        std::vector<Gesture> gestures;
+        std::vector<std::string> buttons;
+        std::optional<VXPoint> end{}; // where the pointer and the last button event are
+        std::chrono::milliseconds minDelay{0};
+    };
+    const Case cases[] = {
+        {"single tap: one click after the delay", {200, 150}, {{0, 1, 1}}, {"+1", "-1"}, std::nullopt, 150ms},
+        {"move within the delay: no click",
+         {200, 150},
+         {{0, 1, 1}, {2, 1, 0, {10, 5}}},
+         {},
+         VXPoint{210, 155}},
+        {"two fingers: right click and scroll",
+         {200, 150},
+         {{0, 2, 1}, {2, 2, 0, {0, 30}}, {2, 2, 0, {-30, 0}}},
+         {"+3", "-3", "+5", "-5", "+6", "-6"}},
+        {"double tap, hold, move, release: a drag without extra click",
+         {100, 100},
+         {{0, 1, 1}, {1, 1, 2}, {2, 1, 2, {50, 20}}, {0, 1, 2}},
+         {"+1", "-1"},
+         VXPoint{150, 120}},
+        {"double tap without moving: press, release and one more click",
+         {100, 100},
+         {{0, 1, 1}, {1, 1, 2}, {0, 1, 2}},
+         {"+1", "-1", "+1", "-1"}},
+    };
+    for (const Case& c : cases) {
+        executor_->mouse().moveToPoint(c.start);
+        window_.clear();
+        const auto sent = std::chrono::steady_clock::now();
+        EXPECT_TRUE(perform(*executor_, c.gestures)) << c.name;
+        runLoopFor(400ms);
+        ASSERT_TRUE(window_.waitFor([&] {
+            const auto motions = window_.motions();
+            return window_.buttons().size() >= c.buttons.size() &&
+                   (!c.end ||
+                    (!motions.empty() && motions.back().x == c.end->x && motions.back().y == c.end->y));
+        })) << c.name;
+        const auto buttons = window_.buttons();
+        EXPECT_EQ(buttonEvents(), c.buttons) << c.name;
+        if (c.end) {
+            EXPECT_EQ(executor_->mouse().getLocation(), *c.end) << c.name;
+            if (!buttons.empty()) {
+                EXPECT_EQ((VXPoint{double(buttons.back().x), double(buttons.back().y)}), *c.end) << c.name;
+            }
+        }
+        if (!buttons.empty()) {
+            EXPECT_GE(std::chrono::nanoseconds(buttons.front().ns) - sent.time_since_epoch(), c.minDelay)
+                << c.name;
+        }
+    }
 }
 
 TEST_F(X11InputTest, mouse_outsideTheScreen_landsOnEdgeAndLogsBothChecks) {
