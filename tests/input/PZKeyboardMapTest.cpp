@@ -1,21 +1,13 @@
 #include "input/PZKeyboardMap.h"
 #include "fakes/FakeKeyboardLayout.h"
+#include "support/LogCapture.h"
 #include "transport/PZException.h"
-#include "transport/PZLogger.h"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 namespace {
-
-std::vector<std::string> logDuring(const std::function<void()>& action) {
-    std::vector<std::string> lines;
-    const auto token = PZLogger::addObserver([&](std::string_view line) { lines.emplace_back(line); });
-    action();
-    PZLogger::removeObserver(token);
-    return lines;
-}
 
 TEST(PZKeyboardMapTest, keyboardMapWithModifier_usLayout_letterLookupsExactPerMap) {
     FakeKeyboardLayout layout;
@@ -93,8 +85,9 @@ TEST(PZKeyboardMapTest, keyboardMapWithModifier_keysWithoutLinuxKeyOrText_absent
 TEST(PZKeyboardMapTest, keyboardMapWithModifier_noLayoutData_emptyMapAndOneLogLine) {
     FakeKeyboardLayout layout;
     layout.isAvailable = false;
-    std::shared_ptr<PZKeyboardMap> map;
-    const auto lines = logDuring([&] { map = PZKeyboardMap::keyboardMapWithModifier(layout, std::nullopt); });
+    LogCapture log;
+    const auto map = PZKeyboardMap::keyboardMapWithModifier(layout, std::nullopt);
+    const auto lines = log.lines();
     EXPECT_TRUE(map->keySet().empty());
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].rfind("(mglCharToKeycode) Could not get UnicodeKeyLayoutData", 0), 0u);

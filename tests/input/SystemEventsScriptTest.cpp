@@ -13,6 +13,8 @@ namespace {
 using Action = SystemEventsScript::Action;
 using namespace std::string_literals;
 
+const std::string se = "tell application \"System Events\"";
+
 TEST(SystemEventsScriptTest, compile_generatedTexts_understood) {
     struct Case {
         std::string source;
@@ -22,77 +24,65 @@ TEST(SystemEventsScriptTest, compile_generatedTexts_understood) {
         std::vector<int> modifiers;
     };
     const Case cases[] = {
-        {"tell application \"System Events\" to sleep", Action::sleep, std::nullopt, 0, {}},
-        {"tell application \"System Events\" to shut down", Action::shutDown, std::nullopt, 0, {}},
-        {"tell application \"System Events\" to restart", Action::restart, std::nullopt, 0, {}},
-        {"tell application \"System Events\"\nkey code 74\nend tell", Action::keyCode, std::nullopt, 74, {}},
-        {"tell application \"System Events\"\nkey code 0 using {shift down}\nend tell",
-         Action::keyCode,
-         std::nullopt,
-         0,
-         {56}},
-        {"tell application \"System Events\"\ntell process \"Text Edit\"\nkey code 8 using {command down, "
-         "option "
-         "down, control down, shift down}\nend tell\nend tell",
+        {se + " to sleep", Action::sleep, std::nullopt, 0, {}},
+        {se + " to shut down", Action::shutDown, std::nullopt, 0, {}},
+        {se + " to restart", Action::restart, std::nullopt, 0, {}},
+        {se + "\nkey code 74\nend tell", Action::keyCode, std::nullopt, 74, {}},
+        {se + "\nkey code 0 using {shift down}\nend tell", Action::keyCode, std::nullopt, 0, {56}},
+        {se + "\ntell process \"Text Edit\"\nkey code 8 using {command down, option down, control down, "
+              "shift down}\nend tell\nend tell",
          Action::keyCode,
          "Text Edit",
          8,
          {55, 58, 59, 56}},
-        {"tell application \"System Events\"\ntell process \"a \\\"b\\\" \\\\ c\"\nkey code 123\nend "
-         "tell\nend tell",
+        {se + "\ntell process \"a \\\"b\\\" \\\\ c\"\nkey code 123\nend tell\nend tell",
          Action::keyCode,
          "a \"b\" \\ c",
          123,
          {}},
-        {"tell application \"System Events\"\ntell process \"\"\nkey code 99999\nend tell\nend tell",
-         Action::keyCode,
-         "",
-         99999,
-         {}},
+        {se + "\ntell process \"\"\nkey code 99999\nend tell\nend tell", Action::keyCode, "", 99999, {}},
     };
     for (const Case& c : cases) {
         std::string error;
         const auto script = SystemEventsScript::compile(c.source, &error);
         ASSERT_TRUE(script.has_value()) << c.source << ": " << error;
-        EXPECT_EQ(script->action(), c.action);
-        EXPECT_EQ(script->processName(), c.process);
-        EXPECT_EQ(script->keyCode(), c.keyCode);
-        EXPECT_EQ(script->modifiers(), c.modifiers);
+        EXPECT_EQ(script->action(), c.action) << c.source;
+        EXPECT_EQ(script->processName(), c.process) << c.source;
+        EXPECT_EQ(script->keyCode(), c.keyCode) << c.source;
+        EXPECT_EQ(script->modifiers(), c.modifiers) << c.source;
     }
 }
 
 TEST(SystemEventsScriptTest, compile_hostileTexts_compileErrors) {
     const std::string hostile[] = {
         "",
-        "tell application \"System Events\"",
-        "tell application \"System Events\" to sleep\n",
-        "tell application \"System Events\" to sleep now",
-        "tell application \"System Events\" to shutdown",
+        se,
+        se + " to sleep\n",
+        se + " to sleep now",
+        se + " to shutdown",
         "tell application \"Finder\" to sleep",
         "TELL APPLICATION \"System Events\" to sleep",
-        "tell application \"System Events\"\nkey code 8 using {command down}\ncommand down}\nend tell",
-        "tell application \"System Events\"\ntell process \"x\"\nkey code 8 using {command down}\ncommand "
-        "down}\nend "
-        "tell\nend tell",
-        "tell application \"System Events\"\nkey code -1\nend tell",
-        "tell application \"System Events\"\nkey code 123456\nend tell",
-        "tell application \"System Events\"\nkey code \nend tell",
-        "tell application \"System Events\"\nkey code 8 using {}\nend tell",
-        "tell application \"System Events\"\nkey code 8 using {command down,shift down}\nend tell",
-        "tell application \"System Events\"\nkey code 8 using {command up}\nend tell",
-        "tell application \"System Events\"\nkey code 8 using command down\nend tell",
-        "tell application \"System Events\"\nkey code 8\nend tell\n",
-        "tell application \"System Events\"\nkey code 8\nend tell\nend tell",
-        "tell application \"System Events\"\nkey code 8\nkey code 9\nend tell",
-        "tell application \"System Events\"\ntell process \"x\"\nkey code 8\nend tell",
-        "tell application \"System Events\"\ntell process \"x\nkey code 8\nend tell\nend tell",
-        "tell application \"System Events\"\ntell process \"x\\q\"\nkey code 8\nend tell\nend tell",
-        "tell application \"System Events\"\ntell process \"a\"b\"\nkey code 8\nend tell\nend tell",
-        "tell application \"System Events\"\ndo shell script \"rm -rf /\"\nend tell",
+        se + "\nkey code 8 using {command down}\ncommand down}\nend tell",
+        se + "\ntell process \"x\"\nkey code 8 using {command down}\ncommand down}\nend tell\nend tell",
+        se + "\nkey code -1\nend tell",
+        se + "\nkey code 123456\nend tell",
+        se + "\nkey code \nend tell",
+        se + "\nkey code 8 using {}\nend tell",
+        se + "\nkey code 8 using {command down,shift down}\nend tell",
+        se + "\nkey code 8 using {command up}\nend tell",
+        se + "\nkey code 8 using command down\nend tell",
+        se + "\nkey code 8\nend tell\n",
+        se + "\nkey code 8\nend tell\nend tell",
+        se + "\nkey code 8\nkey code 9\nend tell",
+        se + "\ntell process \"x\"\nkey code 8\nend tell",
+        se + "\ntell process \"x\nkey code 8\nend tell\nend tell",
+        se + "\ntell process \"x\\q\"\nkey code 8\nend tell\nend tell",
+        se + "\ntell process \"a\"b\"\nkey code 8\nend tell\nend tell",
+        se + "\ndo shell script \"rm -rf /\"\nend tell",
         "do shell script \"touch /tmp/x\"",
-        "tell application \"System Events\"\nkeystroke \"a\"\nend tell",
-        "tell application \"System Events\"\nkey code 8\0\nend tell"s,
-        "tell application \"System Events\" to sleep" + std::string(100000, ' '),
+        se + "\nkeystroke \"a\"\nend tell",
+        se + "\nkey code 8\0\nend tell"s,
+        se + " to sleep" + std::string(100000, ' '),
         std::string(1 << 20, '{'),
     };
     for (const std::string& source : hostile) {
@@ -113,12 +103,12 @@ protected:
 };
 
 TEST_F(SystemEventsScriptRunnerTest, runScript_powerVerbs_reachPowerActions) {
-    EXPECT_FALSE(runner_.runScript("tell application \"System Events\" to sleep").has_value());
-    EXPECT_FALSE(runner_.runScript("tell application \"System Events\" to restart").has_value());
-    EXPECT_FALSE(runner_.runScript("tell application \"System Events\" to shut down").has_value());
+    EXPECT_FALSE(runner_.runScript(se + " to sleep").has_value());
+    EXPECT_FALSE(runner_.runScript(se + " to restart").has_value());
+    EXPECT_FALSE(runner_.runScript(se + " to shut down").has_value());
     EXPECT_EQ(power_->calls, (std::vector<std::string>{"suspend", "reboot", "powerOff"}));
     power_->refusal = "logind is not running";
-    const auto error = runner_.runScript("tell application \"System Events\" to sleep");
+    const auto error = runner_.runScript(se + " to sleep");
     ASSERT_TRUE(error.has_value());
     EXPECT_NE(error->message.find("logind is not running"), std::string::npos);
     EXPECT_TRUE(poster_->takeEvents().empty());
@@ -126,26 +116,22 @@ TEST_F(SystemEventsScriptRunnerTest, runScript_powerVerbs_reachPowerActions) {
 
 TEST_F(SystemEventsScriptRunnerTest, runScript_keyCodeInProcess_raisesProcessThenTypes) {
     activator_->processes[4242] = "gedit";
-    EXPECT_FALSE(
-        runner_
-            .runScript("tell application \"System Events\"\ntell process \"gedit\"\nkey code 0 using {shift "
-                       "down}\nend tell\nend tell")
-            .has_value());
+    const auto source = se + "\ntell process \"gedit\"\nkey code 0 using {shift down}\nend tell\nend tell";
+    EXPECT_FALSE(runner_.runScript(source).has_value());
     EXPECT_EQ(activator_->activated, std::vector<std::int64_t>{4242});
     EXPECT_EQ(activator_->waitedFor, std::vector<std::int64_t>{4242});
     EXPECT_EQ(poster_->takeEvents(), (std::vector<std::string>{"key+42", "key+30", "key-30", "key-42"}));
 }
 
 TEST_F(SystemEventsScriptRunnerTest, runScript_unknownProcessOrKeyOrSyntax_errorAndNoKey) {
-    const auto noProcess = runner_.runScript(
-        "tell application \"System Events\"\ntell process \"nothing\"\nkey code 0\nend tell\nend tell");
+    const auto noProcess =
+        runner_.runScript(se + "\ntell process \"nothing\"\nkey code 0\nend tell\nend tell");
     ASSERT_TRUE(noProcess.has_value());
     EXPECT_EQ(noProcess->number, SystemEventsScriptRunner::noSuchProcessNumber);
-    const auto noKey =
-        runner_.runScript("tell application \"System Events\"\nkey code 200 using {shift down}\nend tell");
+    const auto noKey = runner_.runScript(se + "\nkey code 200 using {shift down}\nend tell");
     ASSERT_TRUE(noKey.has_value());
     EXPECT_EQ(noKey->number, SystemEventsScriptRunner::refusedNumber);
-    const auto syntax = runner_.runScript("tell application \"System Events\" to do shell script \"id\"");
+    const auto syntax = runner_.runScript(se + " to do shell script \"id\"");
     ASSERT_TRUE(syntax.has_value());
     EXPECT_EQ(syntax->number, SystemEventsScriptRunner::syntaxErrorNumber);
     EXPECT_TRUE(poster_->takeEvents().empty());
