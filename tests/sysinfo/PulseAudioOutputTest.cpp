@@ -2,6 +2,7 @@
 #include "sysinfo/HMVolumeControl.h"
 #include "sysinfo/linux/ProgramOutput.h"
 
+#include "TempTree.h"
 #include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 
@@ -11,8 +12,6 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -33,16 +32,7 @@ std::string pactl(const std::string& server, std::vector<std::string> arguments)
 // and restarts its audio server.
 class PulseAudioProcess {
 public:
-    PulseAudioProcess() {
-        char pattern[] = "/tmp/vxh-pulse-XXXXXX";
-        folder_ = mkdtemp(pattern);
-        chmod(folder_.c_str(), 0700);
-    }
-    ~PulseAudioProcess() {
-        stop();
-        std::error_code error;
-        std::filesystem::remove_all(folder_, error);
-    }
+    ~PulseAudioProcess() { stop(); }
     // Starts the daemon (again) and waits until it answers; false when it does not within 15 s.
     bool start() {
         const std::string log = "--log-target=file:" + folder_ + "/pulse.log";
@@ -85,7 +75,8 @@ public:
     std::string server() const { return "unix:" + folder_ + "/pulse/native"; }
 
 private:
-    std::string folder_;
+    TempTree runtime_; // private to this user, as the daemon wants it
+    const std::string folder_ = runtime_.path();
     pid_t pid_ = -1;
 };
 
