@@ -63,24 +63,6 @@ TEST(VXDesktopEntryTest, parse_fields_readFromMainGroupOnly) {
     EXPECT_TRUE(entry->isListedApplication());
 }
 
-TEST(VXDesktopEntryTest, isListedApplication_entryKinds_onlyVisibleApplications) {
-    const struct {
-        const char* body;
-        bool listed;
-    } cases[] = {{"Type=Application\nName=A\n", true},
-                 {"Type=Link\nName=A\nURL=http://x\n", false},
-                 {"Type=Application\nName=A\nNoDisplay=true\n", false},
-                 {"Type=Application\nName=A\nHidden=true\n", false},
-                 {"Type=Application\nName=A\nHidden=yes\n", true}, // only "true" is true
-                 {"Type=Application\n", false},
-                 {"Name=A\n", false}};
-    for (const auto& c : cases) {
-        const auto entry = parse(std::string("[Desktop Entry]\n") + c.body);
-        ASSERT_TRUE(entry) << c.body;
-        EXPECT_EQ(entry->isListedApplication(), c.listed) << c.body;
-    }
-}
-
 TEST(VXDesktopEntryTest, parse_hostileText_neverFailsBadly) {
     std::string binary = "[Desktop Entry]\nName=Bin";
     for (int i = 0; i < 256; ++i) {
@@ -133,22 +115,31 @@ TEST(VXDesktopEntryTest, load_fileTooLargeOrMissing_givesNothing) {
     EXPECT_EQ(entry->desktopId(), "small.desktop");
 }
 
-TEST(VXDesktopEntryTest, executableName_execLines_programBaseName) {
+TEST(VXDesktopEntryTest, keys_kindsAndExecLines_listedOnlyVisibleApplicationsAndProgramBaseName) {
     const struct {
         const char* keys;
+        bool listed;
         const char* program;
-    } cases[] = {{"Exec=/usr/bin/gedit %U", "gedit"},
-                 {"Exec=firefox-esr %u", "firefox-esr"},
-                 {"Exec=env GDK_BACKEND=x11 LANG=C /opt/tool/bin/tool --flag", "tool"},
-                 {"Exec=/usr/bin/env -u X app", "app"},
-                 {"Exec=\"/opt/My App/run me\" %f", "run me"},
-                 {"Exec=", ""},
-                 {"Exec=env", ""},
-                 {"TryExec=/usr/bin/only-try\nExec=", "only-try"},
-                 {"Exec=   spaced   args", "spaced"}};
+    } cases[] = {{"Type=Application\nName=A", true, ""},
+                 {"Type=Link\nName=A\nURL=http://x", false, ""},
+                 {"Type=Application\nName=A\nNoDisplay=true", false, ""},
+                 {"Type=Application\nName=A\nHidden=true", false, ""},
+                 {"Type=Application\nName=A\nHidden=yes", true, ""}, // only "true" is true
+                 {"Type=Application", false, ""},
+                 {"Name=A", false, ""},
+                 {"Exec=/usr/bin/gedit %U", false, "gedit"},
+                 {"Exec=firefox-esr %u", false, "firefox-esr"},
+                 {"Exec=env GDK_BACKEND=x11 LANG=C /opt/tool/bin/tool --flag", false, "tool"},
+                 {"Exec=/usr/bin/env -u X app", false, "app"},
+                 {"Exec=\"/opt/My App/run me\" %f", false, "run me"},
+                 {"Exec=", false, ""},
+                 {"Exec=env", false, ""},
+                 {"TryExec=/usr/bin/only-try\nExec=", false, "only-try"},
+                 {"Exec=   spaced   args", false, "spaced"}};
     for (const auto& c : cases) {
         const auto entry = parse(std::string("[Desktop Entry]\n") + c.keys + "\n");
         ASSERT_TRUE(entry) << c.keys;
+        EXPECT_EQ(entry->isListedApplication(), c.listed) << c.keys;
         EXPECT_EQ(entry->executableName(), c.program) << c.keys;
     }
 }
