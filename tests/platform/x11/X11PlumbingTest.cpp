@@ -61,12 +61,10 @@ TEST(X11Rect, intersected_table) {
     EXPECT_TRUE((X11Rect{10, 10, 0, 10}.intersected(screen).empty()));
 }
 
-TEST_F(X11Plumbing, mainScreen_singleOutput_isTheWholeRoot) {
+TEST_F(X11Plumbing, noWindowManager_geometryErrorTrapAndBadIcons_answeredSafely) {
     EXPECT_EQ(X11ScreenGeometry::rootRect(*display_), (X11Rect{0, 0, 1280, 800}));
     EXPECT_EQ(X11ScreenGeometry::mainScreen(*display_), (X11Rect{0, 0, 1280, 800}));
-}
 
-TEST_F(X11Plumbing, errorTrap_badWindow_isCaughtAndConnectionStaysUsable) {
     Display* dpy = display_->display();
     {
         X11ErrorTrap trap(dpy);
@@ -74,13 +72,22 @@ TEST_F(X11Plumbing, errorTrap_badWindow_isCaughtAndConnectionStaysUsable) {
         EXPECT_TRUE(trap.failed());
         EXPECT_EQ(trap.errorCode(), BadWindow);
     }
-    // An error outside any trap is ignored, not fatal.
-    XMapWindow(dpy, 0x7fffff1);
+    XMapWindow(dpy, 0x7fffff1); // an error outside any trap is ignored, not fatal
     XSync(dpy, False);
     X11ErrorTrap trap(dpy);
     XSync(dpy, False);
     EXPECT_FALSE(trap.failed());
     EXPECT_FALSE(display_->isLost());
+
+    X11TestDesktop desktop(server_.name());
+    // Claims 100x100 pixels but carries only four.
+    const Window bogus =
+        desktop.createWindow({1, "testapp", "TestApp", "Bogus icon", "", {100, 100, 1, 2, 3, 4}});
+    // openbox gives icon-less windows a default icon, so this one is checked without a window manager.
+    const Window plain = desktop.createWindow({1, "testapp", "TestApp", "No icon", "", {}});
+    X11Ewmh ewmh(*display_);
+    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(bogus), 32).has_value());
+    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(plain), 32).has_value());
 }
 
 TEST_F(X11Plumbing, ewmh_windowsOfAnApplication_areListedDescribedAndActivated) {
@@ -124,18 +131,6 @@ TEST_F(X11Plumbing, ewmh_windowsOfAnApplication_areListedDescribedAndActivated) 
     EXPECT_TRUE(ewmh.activateWindow(static_cast<xcb_window_t>(second)));
     EXPECT_TRUE(waitFor([&] { return ewmh.activeWindow() == second; }));
     EXPECT_FALSE(ewmh.activateWindow(0x7fffff0));
-}
-
-TEST_F(X11Plumbing, windowIcon_malformedOrMissing_givesNothing) {
-    X11TestDesktop desktop(server_.name());
-    // Claims 100x100 pixels but carries only four.
-    const Window w =
-        desktop.createWindow({1, "testapp", "TestApp", "Bogus icon", "", {100, 100, 1, 2, 3, 4}});
-    const Window plain = desktop.createWindow({1, "testapp", "TestApp", "No icon", "", {}});
-    X11Ewmh ewmh(*display_);
-    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(w), 32).has_value());
-    // (openbox gives icon-less windows a default icon, so this one is checked without a window manager.)
-    EXPECT_FALSE(ewmh.windowIcon(static_cast<xcb_window_t>(plain), 32).has_value());
 }
 
 TEST(X11ConnectionLoss, serverGoesAway_displayMarkedLostThenReconnects) {
