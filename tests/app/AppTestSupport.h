@@ -1,7 +1,6 @@
 #pragma once
 
-// Helpers of the application tests: commands run through the shell of the test machine, Avahi's
-// presence and browsing, free ports, temporary folders.
+// Helpers of the application and end-to-end tests: shell commands, Avahi, sockets, temporary folders.
 
 #include <gtest/gtest.h>
 
@@ -11,35 +10,27 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <thread>
 
 namespace apptest {
 
 // Runs a shell command line (test fixtures only); returns its standard output.
 inline std::string capture(const std::string& command) {
     std::string out;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return out;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buffer[4096];
+        for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+            out.append(buffer, n);
+        }
+        pclose(pipe);
     }
-    std::array<char, 4096> buffer{};
-    std::size_t n = 0;
-    while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
-        out.append(buffer.data(), n);
-    }
-    pclose(pipe);
     return out;
 }
 
-// Whether an avahi-daemon answers on the system bus.
 inline bool avahiRunning() {
     return std::system("avahi-daemon --check >/dev/null 2>&1") == 0;
 }
@@ -66,15 +57,6 @@ inline std::string browseForPort(int port, std::chrono::seconds timeout = std::c
     return {};
 }
 
-// The service name field of an avahi-browse line (avahi-browse writes a space as \032).
-inline std::string browsedName(const std::string& line) {
-    std::size_t start = 0;
-    for (int field = 0; field < 3; ++field) {
-        start = line.find(';', start) + 1;
-    }
-    return line.substr(start, line.find(';', start) - start);
-}
-
 // The avahi-daemon that the test services started (its pid file is $VXH_TEST_AVAHI_PIDFILE, its log
 // $VXH_TEST_AVAHI_LOG). Only that daemon is ever stopped or restarted; the new pid goes back into the pid
 // file so that the services' stop script stops it.
@@ -93,16 +75,13 @@ public:
 
     // Stops the daemon and waits until it is gone.
     bool stop() {
-        const auto pid = readPid();
+        pid_t pid = 0;
+        std::ifstream(pidFile_) >> pid;
         if (pid <= 0) {
             return false;
         }
         ::kill(pid, SIGTERM);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (::kill(pid, 0) == 0 && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return ::kill(pid, 0) != 0;
+        return waitUntil([&] { return ::kill(pid, 0) != 0; }, std::chrono::seconds(10));
     }
 
     // Starts a new daemon, records its pid and waits until it reports that it is ready.
@@ -110,22 +89,17 @@ public:
         const auto before = startups();
         const std::string command =
             "avahi-daemon --no-rlimits >>'" + log_ + "' 2>&1 & echo $! >'" + pidFile_ + "'";
-        if (std::system(command.c_str()) != 0) {
-            return false;
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (startups() == before && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return startups() > before;
+        return std::system(command.c_str()) == 0 &&
+               waitUntil([&] { return startups() > before; }, std::chrono::seconds(20));
     }
 
 private:
-    pid_t readPid() const {
-        std::ifstream file(pidFile_);
-        pid_t pid = 0;
-        file >> pid;
-        return pid;
+    static bool waitUntil(const std::function<bool()>& done, std::chrono::seconds timeout) {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (!done() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return done();
     }
     std::size_t startups() const {
         std::ifstream file(log_);
@@ -140,17 +114,26 @@ private:
     std::string log_;
 };
 
+// A socket bound to a free port of address (INADDR_LOOPBACK or INADDR_ANY), listening unless told
+// otherwise; the port goes to port.
+inline int boundSocket(in_addr_t address, int& port, bool listening = true) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_addr.s_addr = htonl(address);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+    EXPECT_TRUE(!listening || listen(fd, 1) == 0);
+    socklen_t length = sizeof at;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&at), &length);
+    port = ntohs(at.sin_port);
+    return fd;
+}
+
 // A TCP port that was free a moment ago (bound and released on 127.0.0.1).
 inline int freePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
+    int port = 0;
+    close(boundSocket(INADDR_LOOPBACK, port, false));
+    return port;
 }
 
 // A fresh temporary folder, removed with its contents at the end of its scope.
