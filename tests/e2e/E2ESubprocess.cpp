@@ -18,34 +18,29 @@ E2ESubprocess::E2ESubprocess(const std::string& program, const std::vector<std::
     std::map<std::string, std::string> env;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
-        const auto equals = text.find('=');
-        if (equals != std::string::npos) {
+        if (const auto equals = text.find('='); equals != std::string::npos) {
             env[text.substr(0, equals)] = text.substr(equals + 1);
         }
     }
     for (const auto& [name, value] : environment) {
-        if (value) {
-            env[name] = *value;
-        } else {
-            env.erase(name);
-        }
+        value ? void(env[name] = *value) : void(env.erase(name));
     }
     std::vector<std::string> envText;
     for (const auto& [name, value] : env) {
         envText.push_back(name + "=" + value);
     }
-    std::vector<char*> envp;
-    for (auto& text : envText) {
-        envp.push_back(text.data());
-    }
-    envp.push_back(nullptr);
     std::vector<std::string> argText{program};
     argText.insert(argText.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& text : argText) {
-        argv.push_back(text.data());
-    }
-    argv.push_back(nullptr);
+    const auto pointers = [](std::vector<std::string>& texts) {
+        std::vector<char*> result;
+        for (auto& text : texts) {
+            result.push_back(text.data());
+        }
+        result.push_back(nullptr);
+        return result;
+    };
+    auto envp = pointers(envText);
+    auto argv = pointers(argText);
 
     int out[2];
     int err[2];
@@ -149,12 +144,8 @@ std::optional<std::string> E2ESubprocess::waitForError(const std::string& text, 
     if (!found()) {
         return std::nullopt;
     }
-    const auto at = errors_.find(text);
-    const auto start = errors_.rfind('\n', at);
-    const auto end = errors_.find('\n', at);
-    return errors_.substr(start == std::string::npos ? 0 : start + 1,
-                          end == std::string::npos ? std::string::npos
-                                                   : end - (start == std::string::npos ? 0 : start + 1));
+    const auto start = errors_.rfind('\n', errors_.find(text)) + 1; // npos + 1 is 0
+    return errors_.substr(start, errors_.find('\n', start) - start);
 }
 
 E2ESubprocess::Result E2ESubprocess::run(const std::string& program, const std::vector<std::string>& args,

@@ -5,13 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "E2ESubprocess.h"
 #include "app/AppTestSupport.h"

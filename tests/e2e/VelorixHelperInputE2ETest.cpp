@@ -2,16 +2,8 @@
 // run headless on the test X server, reach a test window that records what the toolkit decodes, on the
 // us layout and after the layout was switched under the running server.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <optional>
 #include <sstream>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
-#include "E2ESubprocess.h"
 #include "TestWindow.h"
 #include "VelorixHelperE2ETest.h"
 #include "support/TestPlatform.h"
@@ -24,19 +16,6 @@ constexpr unsigned kShiftMask = 1;
 constexpr unsigned kControlMask = 4;
 constexpr unsigned long kKeypadEnter = 0xff8d;
 
-// The program's file on PATH (the subprocess runs a file, not a name), empty when there is none.
-std::string onPath(const std::string& program) {
-    std::istringstream folders(TestPlatform::env("PATH"));
-    std::string folder;
-    while (std::getline(folders, folder, ':')) {
-        const auto file = std::filesystem::path(folder.empty() ? "." : folder) / program;
-        if (::access(file.c_str(), X_OK) == 0) {
-            return file.string();
-        }
-    }
-    return "";
-}
-
 // The test window and the server share the test X server; every test needs the keyboard focus and may
 // switch the layout, so they run one at a time (see the resource lock in CMakeLists.txt). The layout found at
 // the start is put back at the end, also when a test fails.
@@ -45,12 +24,18 @@ protected:
     void SetUp() override {
         display_ = TestPlatform::display();
         VXH_REQUIRE_PLATFORM(!display_.empty(), "no X server (VXH_TEST_DISPLAY unset)");
-        setxkbmap_ = onPath("setxkbmap");
-        VXH_REQUIRE_PLATFORM(!setxkbmap_.empty(), "setxkbmap is not installed");
-        const auto query = E2ESubprocess::run(setxkbmap_, {"-display", display_, "-query"}, environment());
-        VXH_REQUIRE_PLATFORM(query.status == 0, "setxkbmap does not answer on the test display");
-        originalLayout_ = queryField(query.output, "layout:");
-        originalVariant_ = queryField(query.output, "variant:");
+        const auto query = setxkbmap("-query");
+        VXH_REQUIRE_PLATFORM(query.ends_with("status=0\n"),
+                             "setxkbmap is missing or does not answer: " + query);
+        std::istringstream lines(query);
+        for (std::string line; std::getline(lines, line);) {
+            for (auto [name, into] :
+                 {std::pair{"layout:", &originalLayout_}, {"variant:", &originalVariant_}}) {
+                if (line.rfind(name, 0) == 0) {
+                    *into = line.substr(line.find_first_not_of(' ', std::string(name).size()));
+                }
+            }
+        }
         setLayout("us");
 
         ASSERT_TRUE(window_.start(display_, "vxh e2e input window", "600x300+40+40"));
@@ -64,29 +49,18 @@ protected:
     void TearDown() override {
         window_.stop();
         if (!originalLayout_.empty()) {
-            std::vector<std::string> args{"-display", display_, originalLayout_};
-            if (!originalVariant_.empty()) {
-                args.insert(args.end(), {"-variant", originalVariant_});
-            }
-            EXPECT_EQ(E2ESubprocess::run(setxkbmap_, args, environment()).status, 0);
+            setLayout(originalLayout_ + (originalVariant_.empty() ? "" : " -variant " + originalVariant_));
         }
     }
 
-    static std::string queryField(const std::string& output, const std::string& name) {
-        std::istringstream lines(output);
-        std::string line;
-        while (std::getline(lines, line)) {
-            if (line.rfind(name, 0) == 0) {
-                const auto start = line.find_first_not_of(' ', name.size());
-                return start == std::string::npos ? "" : line.substr(start);
-            }
-        }
-        return "";
+    // setxkbmap's output on the test display, then "status=N".
+    std::string setxkbmap(const std::string& words) {
+        return apptest::capture("setxkbmap -display '" + display_ + "' " + words + " 2>&1; echo status=$?");
     }
 
     void setLayout(const std::string& layout) {
-        const auto result = E2ESubprocess::run(setxkbmap_, {"-display", display_, layout}, environment());
-        ASSERT_EQ(result.status, 0) << result.errors;
+        const auto result = setxkbmap(layout);
+        ASSERT_TRUE(result.ends_with("status=0\n")) << result;
     }
 
     // velorixctl aimed at the test window's process (the server moves the focus there first).
@@ -102,22 +76,7 @@ protected:
         return window_.waitForText(text, 20s);
     }
 
-    // The first key press with `keysym` the window reports within a generous wait.
-    std::optional<TestWindow::Key> pressOf(unsigned long keysym) {
-        const auto find = [&]() -> std::optional<TestWindow::Key> {
-            for (const auto& key : window_.keys()) {
-                if (key.press && key.keysym == keysym) {
-                    return key;
-                }
-            }
-            return std::nullopt;
-        };
-        window_.waitFor([&] { return find().has_value(); }, 20s);
-        return find();
-    }
-
     std::string display_;
-    std::string setxkbmap_;
     std::string originalLayout_;
     std::string originalVariant_;
     TestWindow window_;
@@ -127,26 +86,29 @@ protected:
 
 TEST_F(VelorixHelperInputE2ETest, usLayout_typeAndKeys_reachTheWindow) {
     EXPECT_EQ(typed("Hello, World! 123"), "Hello, World! 123");
-
-    window_.clear();
-    const auto control = ctlToWindow("key", "#2 c");
-    EXPECT_EQ(control.status, 0) << control.errors;
-    const auto c = pressOf('c');
-    ASSERT_TRUE(c.has_value());
-    EXPECT_EQ(c->state & (kShiftMask | kControlMask), kControlMask);
-
-    window_.clear();
-    const auto capital = ctlToWindow("key", "A");
-    EXPECT_EQ(capital.status, 0) << capital.errors;
-    const auto a = pressOf('A');
-    ASSERT_TRUE(a.has_value());
-    EXPECT_EQ(a->state & (kShiftMask | kControlMask), kShiftMask);
-    EXPECT_EQ(a->text, "A");
-
-    window_.clear();
-    const auto enter = ctlToWindow("key", "numpadreturn");
-    EXPECT_EQ(enter.status, 0) << enter.errors;
-    EXPECT_TRUE(pressOf(kKeypadEnter).has_value());
+    // An instruction, the key press the window sees, its shift and control state, its text when told.
+    const std::tuple<std::string, unsigned long, unsigned, std::string> presses[] = {
+        {"#2 c", 'c', kControlMask, ""}, {"A", 'A', kShiftMask, "A"}, {"numpadreturn", kKeypadEnter, 0, ""}};
+    for (const auto& [instruction, keysym, modifiers, text] : presses) {
+        window_.clear();
+        const auto result = ctlToWindow("key", instruction);
+        EXPECT_EQ(result.status, 0) << instruction << ": " << result.errors;
+        std::optional<TestWindow::Key> press;
+        window_.waitFor(
+            [&, keysym = keysym] {
+                for (const auto& key : window_.keys()) {
+                    if (key.press && key.keysym == keysym) {
+                        press = key;
+                        return true;
+                    }
+                }
+                return false;
+            },
+            20s);
+        ASSERT_TRUE(press.has_value()) << instruction;
+        EXPECT_EQ(press->state & (kShiftMask | kControlMask), modifiers) << instruction;
+        EXPECT_TRUE(text.empty() || press->text == text) << instruction << ": " << press->text;
+    }
 }
 
 // The server was started on us: the German layout is read when the X server announces it, and us again
@@ -155,7 +117,6 @@ TEST_F(VelorixHelperInputE2ETest, layoutSwitchedWhileServing_textArrivesExactlyO
     setLayout("de");
     EXPECT_EQ(typed("Grüße, ß@€|{}"), "Grüße, ß@€|{}");
     EXPECT_EQ(typed("yz YZ"), "yz YZ"); // the keys that trade places between de and us
-
     setLayout("us");
     EXPECT_EQ(typed("yz@{"), "yz@{");
 }
