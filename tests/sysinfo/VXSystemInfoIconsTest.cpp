@@ -36,17 +36,12 @@ QColor centre(const QImage& image) {
 // The value of the Compression tag (259) of a little-endian TIFF, 0 when there is none.
 int tiffCompression(const std::vector<std::uint8_t>& tiff) {
     const auto u16 = [&](size_t at) { return at + 2 <= tiff.size() ? tiff[at] | tiff[at + 1] << 8 : 0; };
-    const auto u32 = [&](size_t at) {
-        return at + 4 <= tiff.size() ? static_cast<size_t>(u16(at) | u16(at + 2) << 16) : 0;
-    };
     if (tiff.size() < 8 || std::memcmp(tiff.data(), "II*\0", 4) != 0) {
         return 0;
     }
-    const size_t directory = u32(4);
-    const int entries = u16(directory);
-    for (int i = 0; i < entries; ++i) {
-        const size_t entry = directory + 2 + static_cast<size_t>(i) * 12;
-        if (u16(entry) == 259) {
+    const size_t directory = static_cast<size_t>(u16(4) | u16(6) << 16);
+    for (int i = 0; i < u16(directory); ++i) {
+        if (const size_t entry = directory + 2 + static_cast<size_t>(i) * 12; u16(entry) == 259) {
             return u16(entry + 8);
         }
     }
@@ -91,7 +86,7 @@ protected:
     std::unique_ptr<VXSystemInfo> info_;
 };
 
-TEST_F(VXSystemInfoIconsTest, launcherFolders_threeNames_ownImageAtRequestedSize) {
+TEST_F(VXSystemInfoIconsTest, launcherFolders_threeNamesAndHostileSizes_ownImageAtRequestedSizeOrNothing) {
     const QImage applications = iconOf("Applications", -2, 64, 64);
     const QImage applicationsLower = iconOf("applications", -2, 64, 64);
     const QImage dock = iconOf("DOCK", -2, 64, 64);
@@ -107,11 +102,19 @@ TEST_F(VXSystemInfoIconsTest, launcherFolders_threeNames_ownImageAtRequestedSize
     EXPECT_NE(applications, other);
     EXPECT_NE(dock, other);
     EXPECT_EQ(iconOf("Dock", -2, 128, 32).size(), QSize(128, 32));
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& size : std::vector<std::pair<double, double>>{{0, 0}, {-1, 64}, {64, nan}, {0.5, 64}}) {
+        EXPECT_TRUE(iconOf("Applications", -2, size.first, size.second).isNull())
+            << size.first << ";" << size.second;
+    }
+    EXPECT_EQ(iconOf("Applications", -2, 1e12, 20.9).size(), QSize(1024, 20)); // clamped
 }
 
 TEST_F(VXSystemInfoIconsTest, iconForProcess_computerEntriesFoldersFiles_theirIconAtTheSizeAsked) {
     const auto path = [this](const char* relative) { return fixture_.tree().path(relative); };
     const std::string text = fixture_.tree().write("notes.txt", "hello\n");
+    processes_->setProcesses({{501, "one", "oneapp", "OneApp", "w"}, {502, "other", "x", "X", "w"}});
+    processes_->setIcon(502, VXArgbImage{2, 2, {0xff00ff00u, 0xff00ff00u, 0xff00ff00u, 0xff00ff00u}});
     const struct {
         const char* name;
         std::int64_t pid;
@@ -120,6 +123,9 @@ TEST_F(VXSystemInfoIconsTest, iconForProcess_computerEntriesFoldersFiles_theirIc
         std::optional<QColor> centre; // nothing: no image
     } cases[] = {
         {"Mac", -1, 48, std::nullopt, QColor(Qt::cyan)},
+        {"other", 502, 32, std::nullopt, QColor(Qt::green)}, // its window icon
+        {"one", 501, 16, std::nullopt, QColor(Qt::red)},     // no window icon: its desktop entry's
+        {"gone", 503, 16, std::nullopt, std::nullopt},
         {"App One", 0, 16, path("data/applications/one.desktop"), QColor(Qt::red)},
         {"App One", 0, 48, path("data/applications/one.desktop"), QColor(Qt::green)},
         {"App One", 0, 128, path("data/applications/one.desktop"), QColor(Qt::blue)}, // SVG
@@ -146,29 +152,9 @@ TEST_F(VXSystemInfoIconsTest, iconForProcess_computerEntriesFoldersFiles_theirIc
     EXPECT_EQ(centre(iconOf("App One", 0, 48, 48)), QColor(Qt::green));
     EXPECT_TRUE(iconOf("app one", 0, 48, 48).isNull()); // the name must match exactly
     EXPECT_TRUE(iconOf("Nobody", 0, 48, 48).isNull());
-}
-
-TEST_F(VXSystemInfoIconsTest, runningProcess_withAndWithoutWindowIcon_windowIconElseApplicationIcon) {
-    processes_->setProcesses({{501, "one", "oneapp", "OneApp", "w"}, {502, "other", "x", "X", "w"}});
-    VXArgbImage icon{2, 2, {0xff00ff00u, 0xff00ff00u, 0xff00ff00u, 0xff00ff00u}};
-    processes_->setIcon(502, icon);
-    EXPECT_EQ(centre(iconOf("other", 502, 32, 32)), QColor(Qt::green));
-    EXPECT_EQ(iconOf("other", 502, 32, 32).size(), QSize(32, 32));
-    EXPECT_EQ(centre(iconOf("one", 501, 16, 16)), QColor(Qt::red)); // from its desktop entry
-    EXPECT_TRUE(iconOf("gone", 503, 16, 16).isNull());
-
     // A window icon whose pixels do not fill its size is not drawn.
     processes_->setIcon(502, VXArgbImage{100, 100, {0xff00ff00u}});
     EXPECT_TRUE(iconOf("other", 502, 32, 32).isNull());
-}
-
-TEST_F(VXSystemInfoIconsTest, iconSize_hostileValues_noImageOrClamped) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const auto& size : std::vector<std::pair<double, double>>{{0, 0}, {-1, 64}, {64, nan}, {0.5, 64}}) {
-        EXPECT_TRUE(iconOf("Applications", -2, size.first, size.second).isNull())
-            << size.first << ";" << size.second;
-    }
-    EXPECT_EQ(iconOf("Applications", -2, 1e12, 20.9).size(), QSize(1024, 20));
 }
 
 TEST_F(VXSystemInfoIconsTest, fileIcon_pathsAndDir_lzwTiffAtRequestedSize) {
