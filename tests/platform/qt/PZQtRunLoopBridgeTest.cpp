@@ -79,24 +79,31 @@ TEST_F(PZQtRunLoopBridgeTest, timers_addedFromQtSlotsAndCallbacks_fireOnTime) {
     const auto start = std::chrono::steady_clock::now();
     std::chrono::steady_clock::duration oneShotAt{};
     auto target = std::make_shared<int>(0);
+    const auto fire = [&fired](const char* what) {
+        fired.push_back(what);
+        if (std::count(fired.begin(), fired.end(), "once") +
+                std::count(fired.begin(), fired.end(), "after") ==
+            2) {
+            QCoreApplication::exit(0);
+        }
+    };
     // Added from a Qt slot, outside any run loop pass: the bridge must learn the new deadline.
     QTimer::singleShot(0, [&] {
         PZTimer::scheduledTimer(60ms, false, [&](PZTimer&) {
             oneShotAt = std::chrono::steady_clock::now() - start;
-            fired.push_back("once");
+            fire("once");
         });
         PZTimer::scheduledTimer(10ms, true, [&](PZTimer& timer) {
-            fired.push_back("repeat");
+            fire("repeat");
             if (std::count(fired.begin(), fired.end(), "repeat") == 3) {
                 timer.invalidate();
                 // Added from a timer callback, inside a pass.
-                PZRunLoop::main()->performAfterDelay(target, 5ms, [&](int&) { fired.push_back("after"); });
+                PZRunLoop::main()->performAfterDelay(target, 5ms, [&](int&) { fire("after"); });
             }
         });
     });
-    QTimer::singleShot(150, [] { QCoreApplication::exit(0); });
     EXPECT_EQ(app_->exec(), 0);
-    EXPECT_EQ(std::count(fired.begin(), fired.end(), "repeat"), 3);
+    EXPECT_EQ(std::count(fired.begin(), fired.end(), "repeat"), 3); // none after the invalidation
     EXPECT_EQ(std::count(fired.begin(), fired.end(), "once"), 1);
     EXPECT_EQ(std::count(fired.begin(), fired.end(), "after"), 1);
     EXPECT_GE(oneShotAt, 60ms); // never early
@@ -134,14 +141,11 @@ TEST_F(PZQtRunLoopBridgeTest, backgroundObject_onMainLoop_deliveriesFromWorkerWh
 }
 
 TEST_F(PZQtRunLoopBridgeTest, construct_offTheLoopsThread_throws) {
-    std::promise<std::string> result;
-    std::thread([&] {
-        try {
-            PZQtRunLoopBridge bridge(PZRunLoop::main());
-            result.set_value("constructed");
-        } catch (const PZException& e) {
-            result.set_value(e.name());
-        }
-    }).join();
-    EXPECT_EQ(result.get_future().get(), "PZQtRunLoopBridge");
+    auto construct = std::async(std::launch::async, [] { PZQtRunLoopBridge bridge(PZRunLoop::main()); });
+    try {
+        construct.get();
+        ADD_FAILURE() << "constructed";
+    } catch (const PZException& e) {
+        EXPECT_EQ(e.name(), "PZQtRunLoopBridge");
+    }
 }
