@@ -86,7 +86,7 @@ TEST(VXSystemSnapshotTest, processesAndVolume_changedByTheSystem_seenAfterInterv
     auto processes = std::make_shared<FakeProcessSource>();
     auto audio = std::make_shared<FakeAudioOutput>();
     processes->setProcesses({{101, "gedit", "gedit", "Gedit", "notes.txt"}});
-    VXSystemInfo info(fakeBackEnds(processes, audio, nullptr, 20ms));
+    VXSystemInfo info(fakeBackEnds(processes, audio, nullptr, 200ms));
     ASSERT_EQ(info.snapshot().processes().size(), 1u);
     EXPECT_FLOAT_EQ(info.snapshot().volume(), 0.5f);
     processes->setProcesses(
@@ -94,7 +94,7 @@ TEST(VXSystemSnapshotTest, processesAndVolume_changedByTheSystem_seenAfterInterv
     audio->setLevel(0.9f);
     EXPECT_EQ(info.snapshot().processes().size(), 1u);
     EXPECT_FLOAT_EQ(info.snapshot().volume(), 0.5f);
-    std::this_thread::sleep_for(30ms);
+    std::this_thread::sleep_for(250ms);
     const auto now = info.snapshot().processes();
     ASSERT_EQ(now.size(), 2u);
     EXPECT_EQ(now[1]->name(), "xterm");
