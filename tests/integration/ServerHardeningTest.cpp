@@ -1,20 +1,13 @@
-#include "ServerTestSupport.h"
+#include "ServerHarness.h"
 #include "support/LogCapture.h"
 
 #include "protocol/VXInfo.h"
-#include "session/VXClient.h"
 #include "session/VXClientManager.h"
-#include "transport/PZLogger.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 #include <sys/stat.h>
-#include <thread>
 
 using namespace servertest;
 
@@ -22,8 +15,7 @@ namespace {
 
 std::string repeated(const std::string& piece, std::size_t times) {
     std::string text;
-    text.reserve(piece.size() * times);
-    for (std::size_t i = 0; i < times; ++i) {
+    while (times-- > 0) {
         text += piece;
     }
     return text;
@@ -45,10 +37,6 @@ void PrintTo(const Hostile& hostile, std::ostream* out) {
     *out << hostile.name;
 }
 
-bool isAccepted(const ServerHarness::Event& event) {
-    return event.kind == Kind::Accepted;
-}
-
 class ServerHardening : public ::testing::TestWithParam<Hostile> {};
 
 TEST_P(ServerHardening, hostilePhone_isClosedHardWhileAnotherPhoneKeepsBeingServed) {
@@ -66,12 +54,8 @@ TEST_P(ServerHardening, hostilePhone_isClosedHardWhileAnotherPhoneKeepsBeingServ
     if (hostile.handshakeFirst) {
         bad->handshake(identity());
     }
-    ASSERT_TRUE(server->waitFor(
-        [](const auto& events) { return ServerHarness::count(events, Kind::Accepted) == 2; }));
-    const auto events = server->events();
-    const auto badClient = std::find_if(std::next(std::find_if(events.begin(), events.end(), isAccepted)),
-                                        events.end(), isAccepted)
-                               ->client;
+    ASSERT_TRUE(server->waitFor([](const auto& events) { return count(events, Kind::Accepted) == 2; }));
+    const auto badClient = server->manager()->clients().back();
 
     std::thread sender([&] { bad->sendRaw(std::string_view(hostile.bytes)); });
     for (int i = 0; i < 20; ++i) {
@@ -151,13 +135,6 @@ TEST(ServerHardeningLimits, chatteringPhoneWithinTheLimits_keepsItsSessionAndIts
     }));
 }
 
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 TEST(ServerHardeningLimits, streamBeforeThePassword_makesNoFileAfterwardsAPrivateOne) {
     ServerHarness::Options options;
     options.password = "pw";
@@ -179,7 +156,9 @@ TEST(ServerHardeningLimits, streamBeforeThePassword_makesNoFileAfterwardsAPrivat
     // can arrive before the password.)
     EXPECT_FALSE(std::filesystem::exists(tmp / "before"));
     ASSERT_TRUE(std::filesystem::exists(tmp / "after"));
-    EXPECT_EQ(contents(tmp / "after"), "x<z");
+    std::stringstream after;
+    after << std::ifstream(tmp / "after").rdbuf();
+    EXPECT_EQ(after.str(), "x<z");
     struct stat info {};
     ASSERT_EQ(::stat((tmp / "after").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);

@@ -10,7 +10,6 @@
 #include "transport/PZRunLoop.h"
 #include "transport/PZServerSocket.h"
 
-#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
@@ -24,11 +23,10 @@ namespace {
 struct TemporaryHome {
     TemporaryHome() {
         char pattern[] = "/tmp/vxh-server-XXXXXX";
-        const char* made = ::mkdtemp(pattern);
-        if (!made) {
+        if (!::mkdtemp(pattern)) {
             throw std::runtime_error("mkdtemp");
         }
-        path = made;
+        path = pattern;
         std::filesystem::create_directories(path + "/tmp");
         ::setenv("HOME", path.c_str(), 1);
         ::setenv("XDG_CONFIG_HOME", (path + "/.config").c_str(), 1);
@@ -65,8 +63,10 @@ public:
     void clientManagerClientDisconnected(VXClientManager& manager,
                                          const std::shared_ptr<VXClient>& client) override {
         const auto clients = manager.clients();
-        const bool listed = std::find(clients.begin(), clients.end(), client) != clients.end();
-        record({Event::Kind::Disconnected, client, {}, listed});
+        record({Event::Kind::Disconnected,
+                client,
+                {},
+                std::find(clients.begin(), clients.end(), client) != clients.end()});
     }
 
     void record(Event event) {
@@ -77,8 +77,8 @@ public:
         changed.notify_all();
     }
 
-    mutable std::mutex mutex;
-    mutable std::condition_variable changed;
+    std::mutex mutex;
+    std::condition_variable changed;
     std::vector<Event> events;
 };
 
@@ -90,10 +90,8 @@ const std::string& ServerHarness::testHome() {
 std::unique_ptr<ServerHarness> ServerHarness::start(Options options) {
     auto harness = std::make_unique<ServerHarness>();
     harness->recorder_ = std::make_shared<Recorder>();
-    const std::string& home = testHome();
-    harness->system_ = std::make_unique<FakeSystem>(home + "/system");
+    harness->system_ = std::make_unique<FakeSystem>(testHome() + "/system");
     SettingsManager::setConnectionPassword(options.password);
-
     harness->serverSocket_ = std::make_shared<PZServerSocket>();
     harness->serverSocket_->startOnPort(0);
 
@@ -118,21 +116,15 @@ std::unique_ptr<ServerHarness> ServerHarness::start(Options options) {
 }
 
 ServerHarness::~ServerHarness() {
-    if (serverSocket_) {
-        serverSocket_->close();
-    }
+    serverSocket_->close();
     // The manager's thread ends once the server socket is closed and every session has gone.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while ((manager_->started() || !manager_->clients().empty()) &&
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    if (mainLoop_) {
-        mainLoop_->stop();
-    }
-    if (mainThread_.joinable()) {
-        mainThread_.join();
-    }
+    mainLoop_->stop();
+    mainThread_.join();
     manager_->setDelegate({});
 }
 
@@ -146,12 +138,67 @@ std::vector<ServerHarness::Event> ServerHarness::events() const {
 }
 
 bool ServerHarness::waitFor(const std::function<bool(const std::vector<Event>&)>& condition,
-                            Milliseconds timeout) const {
+                            std::chrono::milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(recorder_->mutex);
     return recorder_->changed.wait_for(lock, timeout, [&] { return condition(recorder_->events); });
 }
 
-std::size_t ServerHarness::count(const std::vector<Event>& events, Event::Kind kind) {
-    return static_cast<std::size_t>(std::count_if(events.begin(), events.end(),
-                                                  [kind](const Event& event) { return event.kind == kind; }));
+namespace servertest {
+
+VXPhone::Identity identity(VXPhone::Encoding encoding, std::string app, std::string version) {
+    VXPhone::Identity who;
+    who.app = std::move(app);
+    who.version = std::move(version);
+    who.device = "Pixel 8";
+    who.os = "Android 14";
+    who.encoding = encoding;
+    return who;
 }
+
+std::vector<VXPhoneMessage> answerIdentity(VXPhone& phone, const VXPhone::Identity& who, bool settle) {
+    std::vector<VXPhoneMessage> others;
+    std::vector<std::string> pending = {"protocol", "os", "vx", "app", "version", "device"};
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!pending.empty() && std::chrono::steady_clock::now() < deadline) {
+        auto message = phone.receive(milliseconds(200));
+        if (!message) {
+            if (phone.state() != VXPhone::State::Open) {
+                break;
+            }
+            continue;
+        }
+        if (message->kind != "request" || message->type != "info") {
+            others.push_back(*message);
+            continue;
+        }
+        const std::string subject = message->string("text").value_or("");
+        std::erase(pending, subject);
+        if (subject == "protocol") {
+            phone.send(VXInfo(subject, who.encoding == VXPhone::Encoding::JSON ? "json" : "xml"));
+        } else if (subject == "app" || subject == "version" || subject == "os") {
+            phone.send(VXInfo(subject, subject == "app"       ? who.app
+                                       : subject == "version" ? who.version
+                                                              : who.os));
+        } else if (subject == "device" && settle) {
+            phone.sendRequest("info", "os");
+            phone.send(VXInfo(subject, who.device));
+            phone.setEncoding(who.encoding);
+        }
+    }
+    return others;
+}
+
+bool isPush(const VXPhoneMessage& message) {
+    return message.isInfo("volume") || message.isInfo("brightness") || message.isInfo("NewProcessesList") ||
+           message.kind == "processList" || message.kind == "process";
+}
+
+std::optional<VXPhoneMessage> ask(VXPhone& phone, const std::string& type, std::optional<std::string> text,
+                                  std::optional<PZDictionary> arguments) {
+    if (!phone.sendRequest(type, std::move(text), std::move(arguments))) {
+        return std::nullopt;
+    }
+    return phone.receiveMatching([](const VXPhoneMessage& message) { return !isPush(message); }, kPatience);
+}
+
+} // namespace servertest
