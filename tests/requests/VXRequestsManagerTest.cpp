@@ -1,19 +1,13 @@
 #include "requests/VXRequestsManager.h"
 #include "VXHVersion.h"
 #include "phone/VXPhoneDecoder.h"
-#include "protocol/VXProcess.h"
 #include "protocol/VXRequest.h"
 #include "requests/VXRequestsClient.h"
 #include "support/FakeSystem.h"
 #include "sysinfo/VXSystemInfo.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -26,13 +20,12 @@ public:
     std::optional<std::string> getVersion() const override { return version; }
 };
 
-std::vector<VXPhoneMessage> decode(const std::vector<std::uint8_t>& bytes) {
-    return VXPhoneDecoder::decodeAll(
-        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-}
-
 std::string text(const std::vector<std::uint8_t>& bytes) {
     return std::string(bytes.begin(), bytes.end());
+}
+
+std::vector<VXPhoneMessage> decode(const std::vector<std::uint8_t>& bytes) {
+    return VXPhoneDecoder::decodeAll(text(bytes));
 }
 
 PZDictionary arguments(std::initializer_list<std::pair<std::string, std::string>> entries) {
@@ -51,12 +44,8 @@ std::vector<std::pair<std::string, double>> processEntries(const VXPhoneMessage&
         return entries;
     }
     for (const PZValue& element : *elements->asArray()) {
-        const PZDictionary* process = element.asDictionary();
-        if (!process) {
-            continue;
-        }
-        const std::string* name = process->findString("name");
-        const double* pid = process->findNumber("pid");
+        const std::string* name = element.asDictionary()->findString("name");
+        const double* pid = element.asDictionary()->findNumber("pid");
         entries.emplace_back(name ? *name : "", pid ? *pid : 0);
     }
     return entries;
@@ -64,15 +53,7 @@ std::vector<std::pair<std::string, double>> processEntries(const VXPhoneMessage&
 
 class VXRequestsManagerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        home_ = std::filesystem::temp_directory_path() /
-                ("vxh-requests-" + std::to_string(::getpid()) + "-" +
-                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(home_);
-        system_ = std::make_unique<FakeSystem>(home_.string());
-        manager_ = std::make_unique<VXRequestsManager>(system_->systemInfo);
-        manager_->setClient(&client_);
-    }
+    void SetUp() override { manager_->setClient(&client_); }
     void TearDown() override {
         manager_.reset();
         system_.reset();
@@ -87,10 +68,12 @@ protected:
             manager_->manageRequest(VXRequest(type, std::move(requestText), std::move(requestArguments))));
     }
 
-    std::filesystem::path home_;
-    std::unique_ptr<FakeSystem> system_;
+    std::filesystem::path home_ = std::filesystem::temp_directory_path() /
+                                  ("vxh-requests-" + std::to_string(::getpid()) + "-" +
+                                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::unique_ptr<FakeSystem> system_ = std::make_unique<FakeSystem>(home_.string());
     FixedVersionClient client_;
-    std::unique_ptr<VXRequestsManager> manager_;
+    std::unique_ptr<VXRequestsManager> manager_ = std::make_unique<VXRequestsManager>(system_->systemInfo);
 };
 
 TEST(VXRequestsClient, compareWithVersion_comparesPieceByPiece) {
@@ -129,21 +112,14 @@ TEST_F(VXRequestsManagerTest, manageRequest_infoSubjects_answerInEitherEncoding)
             EXPECT_EQ(messages[0].string("information"), c.information) << c.subject;
         }
     }
-    const auto user = ask(kJSON, "info", "userName");
-    ASSERT_EQ(user.size(), 1u);
-    EXPECT_FALSE(user[0].string("information").value_or("").empty());
-    const auto fullName = ask(kJSON, "info", "fullUserName");
-    ASSERT_EQ(fullName.size(), 1u);
-    EXPECT_FALSE(fullName[0].string("information").value_or("").empty());
-}
-
-TEST_F(VXRequestsManagerTest, manageRequest_infoVolumeAndBrightness_rememberWhatWasAnswered) {
-    system_->audio->setLevel(0.25f);
-    system_->backlight->setLevel(0.125f);
-    ask(kJSON, "info", "volume");
-    ask(kJSON, "info", "brightness");
-    EXPECT_FLOAT_EQ(manager_->getLastVolumeValueSent(), 0.25f);
-    EXPECT_FLOAT_EQ(manager_->getLastBrightnessValueSent(), 0.125f);
+    // The change push compares with what was answered last (0 at the start).
+    EXPECT_FLOAT_EQ(manager_->getLastVolumeValueSent(), 0.5f);
+    EXPECT_FLOAT_EQ(manager_->getLastBrightnessValueSent(), 0.75f);
+    for (const char* subject : {"userName", "fullUserName"}) {
+        const auto answer = ask(kJSON, "info", subject);
+        ASSERT_EQ(answer.size(), 1u);
+        EXPECT_FALSE(answer[0].string("information").value_or("").empty()) << subject;
+    }
 }
 
 TEST_F(VXRequestsManagerTest, manageRequest_unansweredOrUnknown_emptyOrRecognizeError) {
@@ -248,7 +224,7 @@ TEST_F(VXRequestsManagerTest, manageRequest_processListDock_alwaysJsonNamedAsAsk
     EXPECT_TRUE(processEntries(none[0]).empty());
 }
 
-TEST_F(VXRequestsManagerTest, manageRequest_processIconWithoutName_fileNamedAfterPid) {
+TEST_F(VXRequestsManagerTest, manageRequest_processIcon_namedAfterPidOrNameAtTheSizesAsked) {
     system_->processes->setProcesses({FakeSystem::running(412, "gedit")});
     const auto messages = ask(kXML, "processIcon", "412");
     ASSERT_EQ(messages.size(), 1u);
@@ -262,10 +238,8 @@ TEST_F(VXRequestsManagerTest, manageRequest_processIconWithoutName_fileNamedAfte
     const auto unknown = ask(kXML, "processIcon", "9999");
     ASSERT_EQ(unknown.size(), 1u);
     EXPECT_EQ(unknown[0].string("message"), "UNABLE_TO_SATISFY_REQUEST_ERROR");
-}
 
-TEST_F(VXRequestsManagerTest, manageRequest_iconSizes_defaultsAndPartialSizes) {
-    system_->processes->setProcesses({FakeSystem::running(412, "gedit")});
+    // With a name, at the sizes asked for.
     struct Case {
         std::optional<std::string> size;
         std::optional<std::string> rendered; // nothing: the icon cannot be drawn

@@ -51,17 +51,14 @@ private:
 
 class VXClientTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        home_ = std::filesystem::temp_directory_path() / ("vxh-client-" + std::to_string(::getpid()));
-        system_ = std::make_unique<FakeSystem>(home_.string());
-    }
     void TearDown() override {
         system_.reset();
         std::filesystem::remove_all(home_);
     }
 
-    std::filesystem::path home_;
-    std::unique_ptr<FakeSystem> system_;
+    std::filesystem::path home_ =
+        std::filesystem::temp_directory_path() / ("vxh-client-" + std::to_string(::getpid()));
+    std::unique_ptr<FakeSystem> system_ = std::make_unique<FakeSystem>(home_.string());
 };
 
 TEST_F(VXClientTest, isCompatible_byApplicationAndMajorVersion) {
@@ -70,20 +67,18 @@ TEST_F(VXClientTest, isCompatible_byApplicationAndMajorVersion) {
         std::optional<std::string> version;
         bool compatible;
     };
-    const Case cases[] = {
-        {"Velorix", "1.9", false},
-        {"Velorix", "2.0", true},
-        {"Velorix", "10.1.4", true},
-        {"Quillo", "0.9", false},
-        {"Quillo", "1.0", true},
-        {"Velorix Lite", "0.1", true},
-        {"Velorix Lite", "x", true},
-        {"Glimmet", "5.0", false},
-        {"Other", "9.0", false},
-        {"Velorix", std::nullopt, false},
-        {std::nullopt, std::nullopt, false},
-        {"velorix", "3.0", false},
-    };
+    const Case cases[] = {{"Velorix", "1.9", false},
+                          {"Velorix", "2.0", true},
+                          {"Velorix", "10.1.4", true},
+                          {"Quillo", "0.9", false},
+                          {"Quillo", "1.0", true},
+                          {"Velorix Lite", "0.1", true},
+                          {"Velorix Lite", "x", true},
+                          {"Glimmet", "5.0", false},
+                          {"Other", "9.0", false},
+                          {"Velorix", std::nullopt, false},
+                          {std::nullopt, std::nullopt, false},
+                          {"velorix", "3.0", false}};
     for (const auto& c : cases) {
         DetachedSession session(*system_);
         if (c.app) {
