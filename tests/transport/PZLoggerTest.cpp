@@ -1,5 +1,4 @@
 #include "transport/PZLogger.h"
-#include "transport/PZException.h"
 
 #include <gtest/gtest.h>
 
@@ -38,16 +37,6 @@ TEST(PZLogger, write_fromManyThreads_everyLineArrivesWhole) {
     ASSERT_EQ(lines.size(), 800u);
     for (const auto& line : lines) {
         EXPECT_EQ(line.size(), std::string("thread 0 line").size());
-    }
-}
-
-TEST(PZException, carriesNameAndReason) {
-    try {
-        throw PZException("PZServerSocket startOnPort:", "ServerSocket is just starting");
-    } catch (const PZException& e) {
-        EXPECT_EQ(e.name(), "PZServerSocket startOnPort:");
-        EXPECT_EQ(e.reason(), "ServerSocket is just starting");
-        EXPECT_STREQ(e.what(), "PZServerSocket startOnPort:: ServerSocket is just starting");
     }
 }
 

@@ -4,14 +4,9 @@
 
 #include "TransportTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <deque>
-#include <memory>
-#include <numeric>
+#include <future>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -33,26 +28,21 @@ template <typename F> std::string exceptionOf(F&& f) {
     try {
         f();
     } catch (const PZException& e) {
-        return e.name() + " / " + e.reason();
+        return e.what(); // "name: reason"
     }
     return "no exception";
 }
 
 } // namespace
 
-TEST(PZByteQueue, getBytesMaxLength_emptyQueueOrZeroMaximum_copiesNothing) {
-    PZByteQueue empty;
+TEST(PZByteQueue, getAndDeQueueBytes_emptyZeroOrMoreThanQueued_takeWhatIsThere) {
+    PZByteQueue queue;
     std::uint8_t byte = 42;
-    EXPECT_EQ(empty.getBytesMaxLength(&byte, 1), 0u);
+    EXPECT_EQ(queue.getBytesMaxLength(&byte, 1), 0u);
     EXPECT_EQ(byte, 42);
-    PZByteQueue full(iota(3).data(), 3);
-    EXPECT_EQ(full.getBytesMaxLength(&byte, 0), 0u);
-    EXPECT_EQ(full.length(), 3u);
-}
-
-TEST(PZByteQueue, deQueueByBytes_moreThanQueued_takesWhatIsThereAndEmpties) {
     const auto bytes = iota(4);
-    PZByteQueue queue(bytes.data(), bytes.size());
+    queue.enQueueBytes(bytes.data(), bytes.size());
+    EXPECT_EQ(queue.getBytesMaxLength(&byte, 0), 0u);
     std::vector<std::uint8_t> out(10, 0);
     EXPECT_EQ(queue.deQueueByBytes(10, out.data()), 4u);
     EXPECT_EQ(std::vector<std::uint8_t>(out.begin(), out.begin() + 4), bytes);
@@ -70,7 +60,7 @@ TEST(PZByteQueue, deQueue_pastTheEnd_throwsThenLogsTheOverlapOnceAndWorks) {
     queue.enQueue(2);
     EXPECT_EQ(queue.deQueue(), 1);
     EXPECT_EQ(queue.deQueue(), 2);
-    EXPECT_EQ(exceptionOf([&] { queue.deQueue(); }), "PZByteQueue deQueue / The queue is empty");
+    EXPECT_EQ(exceptionOf([&] { queue.deQueue(); }), "PZByteQueue deQueue: The queue is empty");
     // The interrupted operation left the busy flag raised: the next one reports the overlap once.
     queue.enQueue(3);
     queue.enQueue(4);
@@ -150,46 +140,36 @@ TEST(PZByteQueue, copy_fromOtherQueue_leavesOtherUnchanged) {
     EXPECT_EQ(contents(*copy), std::vector<std::uint8_t>(bytes.begin() + 1000, bytes.end()));
 }
 
-TEST(PZQueue, removeObject_lastElement_predecessorBecomesEnd) {
-    PZQueue<int> queue(std::vector<int>{1, 2, 3});
-    queue.removeObject(3);
-    queue.enQueue(4);
-    EXPECT_EQ(queue.getArray(), (std::vector<int>{1, 2, 4}));
-    queue.removeObject(1); // the front
-    queue.removeObject(4); // the back again
-    queue.enQueue(5);
-    EXPECT_EQ(queue.getArray(), (std::vector<int>{2, 5}));
-    EXPECT_EQ(queue.length(), 2u);
-}
-
-TEST(PZQueue, removeObject_absentValue_changesNothingAndLeavesQueueUsable) {
-    PZQueue<std::string> queue(std::vector<std::string>{"a", "b"});
-    queue.removeObject("z");
-    EXPECT_EQ(queue.length(), 2u); // would throw "Queue busy" if the flag had stayed raised
+TEST(PZQueue, removeObjectAndDeQueueBy_frontBackAbsentOrMoreThanQueued_queueStaysConsistent) {
+    PZQueue<std::string> queue(std::vector<std::string>{"a", "b", "c"});
+    queue.removeObject("c"); // the back: its predecessor becomes the end
+    queue.enQueue("d");
+    EXPECT_EQ(queue.getArray(), (std::vector<std::string>{"a", "b", "d"}));
+    queue.removeObject("a"); // the front
+    queue.removeObject("d"); // the back again
+    queue.removeObject("z"); // absent: nothing changes, and the busy flag is lowered again
+    EXPECT_EQ(queue.length(), 1u);
     EXPECT_TRUE(queue.containsObject("b"));
     EXPECT_FALSE(queue.containsObject("z"));
-    queue.removeObject("a");
-    queue.removeObject("b");
-    queue.enQueue("c");
-    EXPECT_EQ(queue.deQueue(), "c");
-}
-
-TEST(PZQueue, deQueueBy_moreThanQueued_returnsAllAndEmpties) {
-    PZQueue<int> queue(std::vector<int>{7, 8});
-    EXPECT_EQ(queue.deQueueBy(3), (std::vector<int>{7, 8}));
+    queue.enQueue("e");
+    EXPECT_EQ(queue.getArray(), (std::vector<std::string>{"b", "e"}));
+    EXPECT_EQ(queue.deQueueBy(3), (std::vector<std::string>{"b", "e"}));
     EXPECT_EQ(queue.length(), 0u);
-    queue.enQueue(9);
-    EXPECT_EQ(queue.getArray(), std::vector<int>{9});
+    queue.enQueue("f"); // after emptying by dequeueing
+    queue.removeObject("f");
+    queue.enQueue("g"); // after emptying by a removal
+    EXPECT_EQ(queue.getArray(), std::vector<std::string>{"g"});
 }
 
 TEST(PZQueue, deQueue_emptyQueue_throwsAndLaterEditsReportBusy) {
     PZQueue<int> queue;
     EXPECT_EQ(exceptionOf([&] { queue.deQueue(); }),
-              "Empty queue / Impossible dequeue because queue is empty");
+              "Empty queue: Impossible dequeue because queue is empty");
     EXPECT_EQ(exceptionOf([&] { queue.length(); }),
-              "Queue busy / Attempt read length of queue while editing PZQueue");
+              "Queue busy: Attempt read length of queue while editing PZQueue");
     EXPECT_EQ(exceptionOf([&] { queue.enQueue(1); }),
-              "Queue was edit while busy / Two or more process/thread attempt to edit PZQueue");
+              "Queue was edit while busy: Two or more process/thread attempt to "
+              "edit PZQueue");
 }
 
 TEST(PZQueue, copyAndMove_keepOrderAndValues) {
@@ -203,35 +183,18 @@ TEST(PZQueue, copyAndMove_keepOrderAndValues) {
     EXPECT_TRUE(copy->containsObject(values[1]));
 }
 
-TEST(PZQueue, destruction_millionElements_noRecursion) {
+TEST(PZQueue, destruction_millionElementsOrDetachedChain_noRecursion) {
     // Freed one node at a time; a recursive release would overflow this small-stack thread.
-    bool done = false;
-    std::mutex mutex;
-    std::condition_variable finished;
+    std::promise<void> finished;
     PZThread::detach("queue free", [&] {
         {
             PZQueue<int> queue;
             for (int i = 0; i < 1'000'000; ++i) {
                 queue.enQueue(i);
             }
-            auto middle = queue.deQueueBy(10); // the rest, still linked, goes with the queue
-            EXPECT_EQ(middle.back(), 9);
+            EXPECT_EQ(queue.deQueueBy(10).back(),
+                      9); // the rest, still linked, goes with the queue
         }
-        std::lock_guard<std::mutex> lock(mutex);
-        done = true;
-        finished.notify_all();
-    });
-    std::unique_lock<std::mutex> lock(mutex);
-    EXPECT_TRUE(finished.wait_for(lock, 60s, [&] { return done; }));
-    lock.unlock();
-    EXPECT_TRUE(waitForThreads());
-}
-
-TEST(PZQueueElement, destruction_longDetachedChain_noRecursion) {
-    bool done = false;
-    std::mutex mutex;
-    std::condition_variable finished;
-    PZThread::detach("chain free", [&] {
         {
             std::shared_ptr<PZQueueElement<int>> head;
             for (int i = 0; i < 1'000'000; ++i) {
@@ -240,12 +203,8 @@ TEST(PZQueueElement, destruction_longDetachedChain_noRecursion) {
             EXPECT_EQ(head->value(), 999'999);
             EXPECT_EQ(head->next()->value(), 999'998);
         }
-        std::lock_guard<std::mutex> lock(mutex);
-        done = true;
-        finished.notify_all();
+        finished.set_value();
     });
-    std::unique_lock<std::mutex> lock(mutex);
-    EXPECT_TRUE(finished.wait_for(lock, 60s, [&] { return done; }));
-    lock.unlock();
+    EXPECT_EQ(finished.get_future().wait_for(60s), std::future_status::ready);
     EXPECT_TRUE(waitForThreads());
 }

@@ -3,15 +3,10 @@
 
 #include "TransportTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <string>
-#include <sys/socket.h>
 
 namespace {
 
@@ -50,6 +45,13 @@ void setLingerReset(int fd) {
 class PZSocketTest : public ::testing::Test {
 protected:
     void TearDown() override { EXPECT_TRUE(waitForThreads()) << "a socket thread did not end"; }
+    // A socket not connected yet, delivering to the calling thread.
+    std::shared_ptr<PZSocket> unconnected() {
+        auto socket = std::make_shared<PZSocket>();
+        socket->setDelegate(delegate_);
+        socket->scheduleInRunLoop(PZRunLoop::current());
+        return socket;
+    }
 
     RawListener listener_;
     std::shared_ptr<RecordingSocketDelegate> delegate_ = std::make_shared<RecordingSocketDelegate>();
@@ -141,21 +143,14 @@ TEST_F(PZSocketTest, disconnect_5000BytesQueued_allWrittenInChunksOfAtMost1024) 
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
 }
 
-TEST_F(PZSocketTest, getRemoteStringAddress_unknownOrPeerAddress) {
+TEST_F(PZSocketTest, adoptedDescriptor_peerAddressNoDelayKeepAliveAndClosedAtOnceIfNeverStarted) {
     EXPECT_EQ(std::make_shared<PZSocket>()->getRemoteStringAddress(), "Unknown");
     auto [peer, accepted] = listener_.connectedPair();
     auto socket = std::make_shared<PZSocket>(accepted, std::nullopt);
     EXPECT_EQ(socket->getRemoteStringAddress(), "127.0.0.1");
     ASSERT_TRUE(socket->serverAddress().has_value());
     EXPECT_EQ(socket->serverAddress()->size(), sizeof(sockaddr_in));
-    socket->close(); // never started: the descriptor goes at once
-    EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
-    ::close(peer);
-}
-
-TEST_F(PZSocketTest, adoptedDescriptor_smallWritesNotHeldBackAndKeptAlive) {
-    auto [peer, accepted] = listener_.connectedPair();
-    auto socket = std::make_shared<PZSocket>(accepted, std::nullopt);
+    // Small writes are not held back, and a vanished peer is found out.
     for (const auto& [level, option] :
          {std::pair<int, int>{IPPROTO_TCP, TCP_NODELAY}, std::pair<int, int>{SOL_SOCKET, SO_KEEPALIVE}}) {
         int value = 0;
@@ -163,13 +158,13 @@ TEST_F(PZSocketTest, adoptedDescriptor_smallWritesNotHeldBackAndKeptAlive) {
         ASSERT_EQ(::getsockopt(accepted, level, option, &value, &length), 0);
         EXPECT_NE(value, 0) << option;
     }
+    socket->close(); // never started: the descriptor goes at once
+    EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
     ::close(peer);
 }
 
 TEST_F(PZSocketTest, connectToAddress_listeningPeer_connectedBothWaysThenClosed) {
-    auto socket = std::make_shared<PZSocket>();
-    socket->setDelegate(delegate_);
-    socket->scheduleInRunLoop(PZRunLoop::current());
+    auto socket = unconnected();
     ASSERT_FALSE(socket->connectToAddress(RawListener::addressData(listener_.port())).has_value());
     const int peer = listener_.accept();
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("connected"); }));
@@ -189,9 +184,7 @@ TEST_F(PZSocketTest, connectToAddress_listeningPeer_connectedBothWaysThenClosed)
 }
 
 TEST_F(PZSocketTest, connectToHostPort_nameOrUnresolvable) {
-    auto socket = std::make_shared<PZSocket>();
-    socket->setDelegate(delegate_);
-    socket->scheduleInRunLoop(PZRunLoop::current());
+    auto socket = unconnected();
     const auto failed = socket->connectToHostPort("", listener_.port());
     ASSERT_TRUE(failed.has_value());
     EXPECT_EQ(failed->domain(), "PZSocket");
@@ -204,9 +197,22 @@ TEST_F(PZSocketTest, connectToHostPort_nameOrUnresolvable) {
     socket->hardClose();
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
     ::close(peer);
+
+    auto invalid = std::make_shared<PZSocket>();
+    invalid->invalidate();
+    const auto error = invalid->connectToAddress(RawListener::addressData(listener_.port()));
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(*error, PZError("PZSocket", 1, PZSocket::kConnectionOnInvalidSocketErrorMessage));
+    try {
+        invalid->start();
+        FAIL() << "start on an invalid socket must throw";
+    } catch (const PZException& e) {
+        EXPECT_EQ(e.name(), "NSInternalInconsistencyException");
+        EXPECT_EQ(e.reason(), "PZSocket start");
+    }
 }
 
-TEST_F(PZSocketTest, connectToNetService_threeRefusedAddresses_oneErrorCarryingTheThird) {
+TEST_F(PZSocketTest, connectToNetService_threeRefusedAddressesOrNone_oneErrorCarryingTheLast) {
     std::vector<PZSocket::Address> addresses;
     std::uint16_t lastPort = 0;
     for (int i = 0; i < 3; ++i) {
@@ -214,9 +220,7 @@ TEST_F(PZSocketTest, connectToNetService_threeRefusedAddresses_oneErrorCarryingT
         lastPort = closedSoon.port();
         addresses.push_back(RawListener::addressData(lastPort));
     }
-    auto socket = std::make_shared<PZSocket>();
-    socket->setDelegate(delegate_);
-    socket->scheduleInRunLoop(PZRunLoop::current());
+    auto socket = unconnected();
     ASSERT_FALSE(socket->connectToNetService(addresses).has_value());
     ASSERT_TRUE(runLoopUntil([&] { return !delegate_->errors.empty() && PZThread::runningCount() == 0; }));
     PZRunLoop::current()->runOnce(20ms);
@@ -227,32 +231,11 @@ TEST_F(PZSocketTest, connectToNetService_threeRefusedAddresses_oneErrorCarryingT
     EXPECT_NE(error.description().find(":" + std::to_string(lastPort) + ")"), std::string::npos)
         << error.description();
     EXPECT_FALSE(delegate_->has("connected"));
-}
 
-TEST_F(PZSocketTest, connectToNetService_emptyList_noAddressError) {
-    auto socket = std::make_shared<PZSocket>();
-    socket->setDelegate(delegate_);
-    socket->scheduleInRunLoop(PZRunLoop::current());
-    ASSERT_FALSE(socket->connectToNetService({}).has_value());
-    ASSERT_TRUE(runLoopUntil([&] { return !delegate_->errors.empty(); }));
-    EXPECT_EQ(delegate_->errors[0], PZError("No address to connect", -1));
-}
-
-TEST_F(PZSocketTest, connectAndStart_invalidatedSocket_errorAndException) {
-    auto socket = std::make_shared<PZSocket>();
-    socket->invalidate();
-    const auto error = socket->connectToAddress(RawListener::addressData(listener_.port()));
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->domain(), "PZSocket");
-    EXPECT_EQ(error->code(), 1);
-    EXPECT_EQ(error->description(), PZSocket::kConnectionOnInvalidSocketErrorMessage);
-    try {
-        socket->start();
-        FAIL() << "start on an invalid socket must throw";
-    } catch (const PZException& e) {
-        EXPECT_EQ(e.name(), "NSInternalInconsistencyException");
-        EXPECT_EQ(e.reason(), "PZSocket start");
-    }
+    auto noAddress = unconnected();
+    ASSERT_FALSE(noAddress->connectToNetService({}).has_value());
+    ASSERT_TRUE(runLoopUntil([&] { return delegate_->errors.size() == 2; }));
+    EXPECT_EQ(delegate_->errors[1], PZError("No address to connect", -1));
 }
 
 TEST_F(PZSocketTest, peerResetDuringWrite_errorDeliveredAndOtherConnectionUnharmed) {
