@@ -145,26 +145,23 @@ TEST_F(VXRequestsManagerTest, manageRequest_unansweredOrUnknown_emptyOrRecognize
     }
 }
 
-TEST_F(VXRequestsManagerTest, manageRequest_processListUIElementInXML_countsPseudoEntriesAndHasNoDock) {
+TEST_F(VXRequestsManagerTest, processListUIElement_xmlCountsEntriesWithoutDockJsonDockFromVersion2_2) {
     system_->processes->setProcesses({FakeSystem::running(412, "gedit"), FakeSystem::running(77, "xterm")});
     client_.version = "3.0";
-    const auto messages = ask(kXML, "processList", "uIeLeMeNt");
-    ASSERT_EQ(messages.size(), 5u);
-    EXPECT_TRUE(messages[0].isInfo("NewProcessesList"));
-    EXPECT_EQ(messages[0].string("information"), "4");
+    const auto xml = ask(kXML, "processList", "uIeLeMeNt");
+    ASSERT_EQ(xml.size(), 5u);
+    EXPECT_TRUE(xml[0].isInfo("NewProcessesList"));
+    EXPECT_EQ(xml[0].string("information"), "4");
     const std::vector<std::pair<std::string, double>> expected{
         {"Applications", -2}, {"Mac", -1}, {"gedit", 412}, {"xterm", 77}};
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(messages[i + 1].kind, "process");
-        EXPECT_EQ(messages[i + 1].string("name"), expected[i].first);
-        EXPECT_EQ(messages[i + 1].number("pid"), expected[i].second);
+        EXPECT_EQ(xml[i + 1].kind, "process");
+        EXPECT_EQ(xml[i + 1].string("name"), expected[i].first);
+        EXPECT_EQ(xml[i + 1].number("pid"), expected[i].second);
     }
     ASSERT_TRUE(manager_->getLastProcessesSent());
     EXPECT_EQ(manager_->getLastProcessesSent()->size(), 2u);
-}
 
-TEST_F(VXRequestsManagerTest, dataFromUIElementProcesses_json_dockEntryOnlyFromVersion2_2) {
-    system_->processes->setProcesses({FakeSystem::running(412, "gedit")});
     struct Case {
         std::optional<std::string> version;
         bool dock;
@@ -173,21 +170,19 @@ TEST_F(VXRequestsManagerTest, dataFromUIElementProcesses_json_dockEntryOnlyFromV
                           {"1.9", false}, {"2", false},   {std::nullopt, false}};
     for (const auto& c : cases) {
         client_.version = c.version;
-        const auto messages = ask(kJSON, "processList", "UIElement");
-        ASSERT_EQ(messages.size(), 1u);
-        EXPECT_EQ(messages[0].kind, "processList");
-        EXPECT_EQ(messages[0].string("name"), "UIElement");
-        std::vector<std::pair<std::string, double>> expected{{"Applications", -2}};
+        const auto json = ask(kJSON, "processList", "UIElement");
+        ASSERT_EQ(json.size(), 1u);
+        EXPECT_EQ(json[0].kind, "processList");
+        EXPECT_EQ(json[0].string("name"), "UIElement");
+        auto entries = expected;
         if (c.dock) {
-            expected.emplace_back("Dock", -2);
+            entries.insert(entries.begin() + 1, {"Dock", -2});
         }
-        expected.emplace_back("Mac", -1);
-        expected.emplace_back("gedit", 412);
-        EXPECT_EQ(processEntries(messages[0]), expected) << c.version.value_or("(none)");
+        EXPECT_EQ(processEntries(json[0]), entries) << c.version.value_or("(none)");
     }
 }
 
-TEST_F(VXRequestsManagerTest, manageRequest_applicationsList_xmlCountsThenProcessesJsonOneList) {
+TEST_F(VXRequestsManagerTest, manageRequest_applicationsAndDockLists_xmlCountsThenProcessesJsonOneList) {
     system_->addApplication("org.example.Editor.desktop", "Editor");
     system_->addApplication("org.example.Atlas.desktop", "Atlas");
     for (const auto& [type, text] :
@@ -207,10 +202,8 @@ TEST_F(VXRequestsManagerTest, manageRequest_applicationsList_xmlCountsThenProces
         EXPECT_EQ(processEntries(json[0]),
                   (std::vector<std::pair<std::string, double>>{{"Atlas", 0}, {"Editor", 0}}));
     }
-}
 
-TEST_F(VXRequestsManagerTest, manageRequest_processListDock_alwaysJsonNamedAsAsked) {
-    system_->addApplication("org.example.Editor.desktop", "Editor");
+    // The dock's list is JSON whatever the session's encoding, named as asked.
     system_->desktop->setFavorites(std::vector<std::string>{"org.example.Editor.desktop", "gone.desktop"});
     const auto messages = ask(kXML, "processList", "dOcK");
     ASSERT_EQ(messages.size(), 1u);
