@@ -9,41 +9,35 @@
 
 namespace {
 
-TEST(PZKeyboardMapTest, keyboardMapWithModifier_usLayout_letterLookupsExactPerMap) {
+TEST(PZKeyboardMapTest, getKeyCodeForString_usLayout_exactPerModifierMapAndKeypadFlag) {
     FakeKeyboardLayout layout;
-    const auto plain = PZKeyboardMap::keyboardMapWithModifier(layout, std::nullopt);
-    const auto shift = PZKeyboardMap::keyboardMapWithModifier(layout, std::vector<int>{56});
-    EXPECT_EQ(plain->getKeyCodeForStringNumpad("a", false), 0);
-    EXPECT_THROW(plain->getKeyCodeForStringNumpad("A", false), PZException);
-    EXPECT_EQ(shift->getKeyCodeForStringNumpad("A", false), 0);
-    EXPECT_EQ(shift->getKeyCodeForCharNumpad(u'!', false), 18);
-    EXPECT_EQ(plain->modifiers(), std::nullopt);
-    EXPECT_EQ(shift->modifiers(), std::vector<int>{56});
-}
-
-TEST(PZKeyboardMapTest, keyboardMapWithModifier_capsLockCountsAsShiftAndOptionReachesThirdLevel) {
-    FakeKeyboardLayout layout;
-    EXPECT_EQ(PZKeyboardMap::keyboardMapWithModifier(layout, std::vector<int>{57})
-                  ->getKeyCodeForStringNumpad("Q", false),
-              12);
-    EXPECT_EQ(PZKeyboardMap::keyboardMapWithModifier(layout, std::vector<int>{58})
-                  ->getKeyCodeForStringNumpad("@", false),
-              12);
-    // Command and control take no part in the translation.
-    EXPECT_EQ(PZKeyboardMap::keyboardMapWithModifier(layout, std::vector<int>{55, 59})
-                  ->getKeyCodeForStringNumpad("q", false),
-              12);
-}
-
-TEST(PZKeyboardMapTest, getKeyCodeForString_digitWithKeypadFlag_keypadOrMainRowKey) {
-    FakeKeyboardLayout layout;
-    const auto plain = PZKeyboardMap::keyboardMapWithModifier(layout, std::nullopt);
-    EXPECT_EQ(plain->getKeyCodeForStringNumpad("1", true), 83);
-    EXPECT_EQ(plain->getKeyCodeForStringNumpad("1", false), 18);
-    EXPECT_EQ(plain->getKeyCodeForStringNumpad("9", true), 92);
-    EXPECT_EQ(plain->getKeyCodeForStringNumpad("\x03", true), 76); // keypad Enter keeps its own text
-    EXPECT_THROW(plain->getKeyCodeForStringNumpad("\x03", false), PZException);
-    EXPECT_THROW(plain->getKeyCodeForStringNumpad("a", true), PZException);
+    using Mods = std::optional<std::vector<int>>;
+    using V = std::vector<int>;
+    struct Case {
+        Mods modifiers;
+        const char* text;
+        bool keypad;
+        int key; // -1: not found, raises
+    };
+    const Case cases[] = {
+        {std::nullopt, "a", false, 0},     {std::nullopt, "A", false, -1}, {V{56}, "A", false, 0},
+        {V{57}, "Q", false, 12},     // Caps Lock counts as shift
+        {V{58}, "@", false, 12},     // option reaches the third level
+        {V{55, 59}, "q", false, 12}, // command and control take no part in the translation
+        {std::nullopt, "1", true, 83},     {std::nullopt, "1", false, 18}, {std::nullopt, "9", true, 92},
+        {std::nullopt, "\x03", true, 76}, // keypad Enter keeps its own text
+        {std::nullopt, "\x03", false, -1}, {std::nullopt, "a", true, -1},
+    };
+    for (const Case& c : cases) {
+        const auto map = PZKeyboardMap::keyboardMapWithModifier(layout, c.modifiers);
+        if (c.key < 0) {
+            EXPECT_THROW(map->getKeyCodeForStringNumpad(c.text, c.keypad), PZException) << c.text;
+        } else {
+            EXPECT_EQ(map->getKeyCodeForStringNumpad(c.text, c.keypad), c.key) << c.text << " " << c.keypad;
+        }
+    }
+    EXPECT_EQ(PZKeyboardMap::keyboardMapWithModifier(layout, V{56})->getKeyCodeForCharNumpad(u'!', false),
+              18);
 }
 
 TEST(PZKeyboardMapTest, getKeyCodeForString_sameTextOnSeveralKeys_rangesAndScanDirections) {

@@ -99,11 +99,16 @@ TEST_F(PZKeyboardTest, simulate_instructionsWithMethod1_postTheirKeysInOrder) {
     }
 }
 
-TEST_F(PZKeyboardTest, simulate_unknownOrEmptyKey_falseAndNothingPosted) {
-    for (const char* instruction : {"", " ", "xyz", "numpadxyz", "#1 xyz", "#9 xyz", "a b c xyz"}) {
-        EXPECT_FALSE(type(instruction)) << '"' << instruction << '"';
+TEST_F(PZKeyboardTest, simulate_unknownOrEmptyKeyOrOtherMethod_falseAndNothingPosted) {
+    const std::pair<const char*, int> cases[] = {
+        {"", 1},       {" ", 1},         {"xyz", 1}, {"numpadxyz", 1}, {"#1 xyz", 1},
+        {"#9 xyz", 1}, {"a b c xyz", 1}, {"a", 3},   {"A", 3}}; // "A", method 3: the map's modifiers cannot
+                                                                // be converted
+    for (const auto& [instruction, method] : cases) {
+        EXPECT_FALSE(type(instruction, method)) << '"' << instruction << '"';
         EXPECT_TRUE(poster_->takeEvents().empty()) << instruction;
     }
+    EXPECT_THROW(type("#1 a", 3), PZException); // no method 3 for the instruction's modifiers
 }
 
 TEST_F(PZKeyboardTest, simulate_unknownMarkBeforeKnownKey_raisesUnknownModifier) {
@@ -159,18 +164,15 @@ TEST_F(PZKeyboardTest, simulate_method2_scriptsWithKeyCodeModifiersAndProcess) {
         std::optional<std::string> process;
         std::string source;
     };
+    const std::string se = "tell application \"System Events\"\n";
     const ScriptCase cases[] = {
-        {"mute", std::nullopt, "tell application \"System Events\"\nkey code 74\nend tell"},
+        {"mute", std::nullopt, se + "key code 74\nend tell"},
         {"#4 c", "TextEdit",
-         "tell application \"System Events\"\ntell process \"TextEdit\"\nkey code 8 using {command "
-         "down}\nend "
-         "tell\nend tell"},
-        {"A", std::nullopt, "tell application \"System Events\"\nkey code 0 using {shift down}\nend tell"},
-        {"€", std::nullopt, "tell application \"System Events\"\nkey code 14 using {option down}\nend tell"},
+         se + "tell process \"TextEdit\"\nkey code 8 using {command down}\nend tell\nend tell"},
+        {"A", std::nullopt, se + "key code 0 using {shift down}\nend tell"},
+        {"€", std::nullopt, se + "key code 14 using {option down}\nend tell"},
         {"#1 #2 #3 #4 return", std::nullopt,
-         "tell application \"System Events\"\nkey code 36 using {shift down, control down, option down, "
-         "command "
-         "down}\nend tell"},
+         se + "key code 36 using {shift down, control down, option down, command down}\nend tell"},
     };
     for (const ScriptCase& c : cases) {
         EXPECT_TRUE(type(c.instruction, 2, c.process)) << c.instruction;
@@ -210,13 +212,6 @@ TEST_F(PZKeyboardTest, simulate_doubledModifierWithBuiltInRunner_scriptDoesNotCo
     EXPECT_EQ(keyboard.error()->number, SystemEventsScriptRunner::syntaxErrorNumber);
     EXPECT_TRUE(keyboard.simulateToProcessWithMethod("#4 c", std::nullopt, 2));
     EXPECT_EQ(poster_->takeEvents(), (Events{"key+29", "key+46", "key-46", "key-29"}));
-}
-
-TEST_F(PZKeyboardTest, simulate_otherMethod_falseOrUnknownMethodRaised) {
-    EXPECT_FALSE(type("a", 3));
-    EXPECT_FALSE(type("A", 3)); // the map's modifiers cannot be converted
-    EXPECT_THROW(type("#1 a", 3), PZException);
-    EXPECT_TRUE(poster_->takeEvents().empty());
 }
 
 TEST(PZKeyboardStaticTest, isNumpadKey_anyCase_cleanedInOnePass) {

@@ -10,10 +10,10 @@ using Events = std::vector<std::string>;
 class PZMouseTest : public ::testing::Test {
 protected:
     std::shared_ptr<FakeEventPoster> poster_ = std::make_shared<FakeEventPoster>();
+    PZMouse mouse_{poster_};
 };
 
 TEST_F(PZMouseTest, scrollWheel_displacements_deadZoneAndDirections) {
-    PZMouse mouse(poster_);
     const std::pair<VXPoint, Events> cases[] = {
         {{0, 0}, {}},
         {{4.9, -3}, {}},
@@ -25,99 +25,90 @@ TEST_F(PZMouseTest, scrollWheel_displacements_deadZoneAndDirections) {
         {{1e300, -1e300}, {"scroll 1 -1"}},
     };
     for (const auto& [displacement, events] : cases) {
-        mouse.scrollWheel(displacement);
+        mouse_.scrollWheel(displacement);
         EXPECT_EQ(poster_->takeEvents(), events) << displacement.x << "," << displacement.y;
     }
 }
 
 TEST_F(PZMouseTest, moveToPoint_landsWithinTolerance_placedOnly) {
-    PZMouse mouse(poster_);
     poster_->placementError = {49, -49};
-    mouse.moveToPoint({300.9, 200.2});
+    mouse_.moveToPoint({300.9, 200.2});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 300 200"}));
     poster_->placementError = {-50, 50}; // the bounds are included
-    mouse.moveToPoint({300, 200});
+    mouse_.moveToPoint({300, 200});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 300 200"}));
-    EXPECT_EQ(mouse.log(), "Main screen size {1280, 800}\n");
+    EXPECT_EQ(mouse_.log(), "Main screen size {1280, 800}\n");
 }
 
 TEST_F(PZMouseTest, moveToPoint_placementMissed_loggedAndMotionPosted) {
-    PZMouse mouse(poster_);
     poster_->placementError = {60, 0};
     poster_->motionError = {0, 30}; // within the second check's bounds
-    mouse.moveToPoint({10, 20});
+    mouse_.moveToPoint({10, 20});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 10 20", "motion 10 20"}));
-    EXPECT_EQ(mouse.log(), "Main screen size {1280, 800}\n"
-                           "IOHIDSetMouseLocation set mouse at {70, 20} when request is {10, 20}\n");
+    EXPECT_EQ(mouse_.log(), "Main screen size {1280, 800}\n"
+                            "IOHIDSetMouseLocation set mouse at {70, 20} when request is {10, 20}\n");
 }
 
 TEST_F(PZMouseTest, moveToPoint_motionMissedBelowOnePoint_loggedBySecondCheck) {
-    PZMouse mouse(poster_);
     poster_->placementError = {0, 60};
     poster_->motionError = {0, -2};
-    mouse.moveToPoint({10, 20});
-    const std::string log = mouse.log();
+    mouse_.moveToPoint({10, 20});
+    const std::string log = mouse_.log();
     EXPECT_NE(log.find("IOHIDPostEvent(mouse move) set mouse at {10, 18} when request is {10, 20}\n"),
               std::string::npos)
         << log;
     poster_->motionError = {0, -1};
-    const std::size_t before = mouse.log().size();
-    mouse.moveToPoint({10, 20});
-    EXPECT_EQ(mouse.log().size(),
+    const std::size_t before = mouse_.log().size();
+    mouse_.moveToPoint({10, 20});
+    EXPECT_EQ(mouse_.log().size(),
               before + std::string("IOHIDSetMouseLocation set mouse at {10, 80} when request is "
                                    "{10, 20}\n")
                            .size());
 }
 
 TEST_F(PZMouseTest, moveToPoint_failingBackEnd_statusesLogged) {
-    PZMouse mouse(poster_);
     poster_->placeStatus = 7;
     poster_->motionStatus = -3;
-    mouse.moveToPoint({1, 1});
+    mouse_.moveToPoint({1, 1});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 1 1", "motion 1 1"}));
-    EXPECT_NE(mouse.log().find("IOHIDSetMouseLocation return 7 != KERN_SUCCESS\n"
-                               "IOHIDPostEvent(mouse move) return -3 != KERN_SUCCESS\n"),
+    EXPECT_NE(mouse_.log().find("IOHIDSetMouseLocation return 7 != KERN_SUCCESS\n"
+                                "IOHIDPostEvent(mouse move) return -3 != KERN_SUCCESS\n"),
               std::string::npos);
     poster_->buttonStatus = 5;
-    mouse.rightClick();
-    EXPECT_NE(mouse.log().find("IOHIDPostEvent(NX_RMOUSEDOWN) return 5 != KERN_SUCCESS\n"
-                               "IOHIDPostEvent(NX_RMOUSEUP) return 5 != KERN_SUCCESS\n"),
+    mouse_.rightClick();
+    EXPECT_NE(mouse_.log().find("IOHIDPostEvent(NX_RMOUSEDOWN) return 5 != KERN_SUCCESS\n"
+                                "IOHIDPostEvent(NX_RMOUSEUP) return 5 != KERN_SUCCESS\n"),
               std::string::npos);
-}
-
-TEST_F(PZMouseTest, moveToPoint_coordinatesBeyond16Bits_wrap) {
-    PZMouse mouse(poster_);
-    poster_->placementError = {0, 0};
-    mouse.moveToPoint({32768, -32769.7});
-    EXPECT_EQ(poster_->takeEvents().front(), "place -32768 32767");
 }
 
 TEST_F(PZMouseTest, translateOf_zeroDisplacement_stillAFullMove) {
-    PZMouse mouse(poster_);
     poster_->location = {40, 50};
-    mouse.translateOf({0, 0});
+    mouse_.translateOf({0, 0});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 40 50"}));
-    mouse.translateOf({-5.5, 10});
+    mouse_.translateOf({-5.5, 10});
     EXPECT_EQ(poster_->takeEvents(), (Events{"place 34 60"}));
+    mouse_.moveToPoint({32768, -32769.7}); // beyond 16 bits: wrapped
+    EXPECT_EQ(poster_->takeEvents().front(), "place -32768 32767");
 }
 
 TEST_F(PZMouseTest, clicks_buttonsPressedAndReleasedWithoutDelay) {
-    PZMouse mouse(poster_);
-    mouse.click();
-    mouse.rightClick();
-    mouse.doubleClick();
+    mouse_.click();
+    mouse_.rightClick();
+    mouse_.doubleClick();
     EXPECT_EQ(poster_->takeEvents(), (Events{"button+1", "button-1", "button+3", "button-3", "button+1",
                                              "button-1", "button+1", "button-1"}));
 }
 
-TEST_F(PZMouseTest, destruction_releasesLeftThenRight) {
-    { PZMouse mouse(poster_); }
-    EXPECT_EQ(poster_->takeEvents(), (Events{"button-1", "button-3"}));
+TEST(PZMouseLifeTest, destruction_releasesLeftThenRight) {
+    auto poster = std::make_shared<FakeEventPoster>();
+    { PZMouse mouse(poster); }
+    EXPECT_EQ(poster->takeEvents(), (Events{"button-1", "button-3"}));
 }
 
-TEST_F(PZMouseTest, addLogMessage_overLimit_trimmedToLimitAndScreenSizeRepeated) {
-    poster_->screen = std::nullopt;
-    PZMouse mouse(poster_);
+TEST(PZMouseLifeTest, addLogMessage_overLimit_trimmedToLimitAndScreenSizeRepeated) {
+    auto poster = std::make_shared<FakeEventPoster>();
+    poster->screen = std::nullopt;
+    PZMouse mouse(poster);
     const std::string first = "Main screen size {0, 0}\n";
     EXPECT_EQ(mouse.log(), first);
     mouse.addLogMessage(std::string(PZMouse::logLimit - first.size(), 'x'));
@@ -125,7 +116,7 @@ TEST_F(PZMouseTest, addLogMessage_overLimit_trimmedToLimitAndScreenSizeRepeated)
     mouse.addLogMessage("A"); // exactly at the limit: no trimming
     EXPECT_EQ(mouse.log().size(), PZMouse::logLimit + 1);
     EXPECT_EQ(mouse.log().substr(0, first.size()), first);
-    poster_->screen = VXSize{800, 600};
+    poster->screen = VXSize{800, 600};
     mouse.addLogMessage("B"); // over it: cut to the limit, then the size line, then the message
     const std::string log = mouse.log();
     EXPECT_EQ(log.size(), PZMouse::logLimit + std::string("Main screen size {800, 600}\n").size() + 1);

@@ -1,8 +1,7 @@
 #include "input/SystemEventsScript.h"
 #include "fakes/FakeEventPoster.h"
 #include "fakes/FakeKeyboardLayout.h"
-#include "fakes/FakePowerActions.h"
-#include "fakes/FakeProcessActivator.h"
+#include "fakes/FakeSystemBackends.h"
 #include "input/KeyEventSender.h"
 #include "input/SystemEventsScriptRunner.h"
 

@@ -4,32 +4,10 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
-
-namespace {
-
-std::string unhex(const std::string& text) {
-    std::string out;
-    if (text == "-") {
-        return out;
-    }
-    for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-        out += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-    }
-    return out;
-}
-
-} // namespace
-
-TestWindow::~TestWindow() {
-    stop();
-}
 
 bool TestWindow::start(const std::string& display, const std::string& title, const std::string& geometry) {
     int in[2];
@@ -38,36 +16,17 @@ bool TestWindow::start(const std::string& display, const std::string& title, con
         return false;
     }
     // Everything the child needs is made before fork.
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e) {
-        const std::string entry = *e;
-        if (entry.rfind("DISPLAY=", 0) != 0 && entry.rfind("LC_ALL=", 0) != 0 &&
-            entry.rfind("XMODIFIERS=", 0) != 0) {
-            env.push_back(entry);
-        }
-    }
-    env.push_back("DISPLAY=" + display);
-    env.push_back("LC_ALL=C.UTF-8");
-    std::vector<char*> envp;
-    for (auto& entry : env) {
-        envp.push_back(entry.data());
-    }
-    envp.push_back(nullptr);
-    std::string program = VXH_TEST_WINDOW_PATH;
-    std::string titleOption = "--title";
-    std::string geometryOption = "--geometry";
-    std::string titleValue = title;
-    std::string geometryValue = geometry;
-    char* argv[] = {program.data(),        titleOption.data(),   titleValue.data(),
-                    geometryOption.data(), geometryValue.data(), nullptr};
-
+    std::string args[] = {VXH_TEST_WINDOW_PATH, "--display", display, "--title", title,
+                          "--geometry",         geometry};
+    char* argv[] = {args[0].data(), args[1].data(), args[2].data(), args[3].data(),
+                    args[4].data(), args[5].data(), args[6].data(), nullptr};
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ == 0) {
         TestPlatform::endWithParent(parent);
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
-        execve(argv[0], argv, envp.data());
+        execv(argv[0], argv);
         _exit(127);
     }
     close(in[0]);
@@ -79,7 +38,7 @@ bool TestWindow::start(const std::string& display, const std::string& title, con
     }
     toChild_ = in[1];
     reader_ = std::thread([this, fd = out[0]] { readLoop(fd); });
-    return waitFor([this] { return window_.load() != 0; }, std::chrono::seconds(10));
+    return waitFor([this] { return ready_.load(); }, std::chrono::seconds(10));
 }
 
 void TestWindow::stop() {
@@ -106,16 +65,11 @@ void TestWindow::stop() {
 void TestWindow::readLoop(int fd) {
     std::string pending;
     char buffer[4096];
-    while (true) {
-        const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n <= 0) {
-            break;
-        }
+    ssize_t n;
+    while ((n = read(fd, buffer, sizeof buffer)) > 0) {
         pending.append(buffer, static_cast<std::size_t>(n));
-        std::size_t end;
-        while ((end = pending.find('\n')) != std::string::npos) {
+        for (std::size_t end; (end = pending.find('\n')) != std::string::npos; pending.erase(0, end + 1)) {
             handleLine(pending.substr(0, end));
-            pending.erase(0, end + 1);
         }
     }
     close(fd);
@@ -131,18 +85,18 @@ void TestWindow::handleLine(const std::string& line) {
     in >> kind;
     std::lock_guard<std::mutex> lock(mutex_);
     if (kind == "ready") {
-        unsigned long window = 0;
-        in >> window;
-        window_ = window;
+        ready_ = true;
     } else if (kind == "focus") {
         in >> action;
         focused_ = action == "in";
     } else if (kind == "key") {
         Key key;
-        std::string text;
-        in >> action >> key.keycode >> key.state >> key.keysym >> text >> key.ns;
+        std::string hex;
+        in >> action >> key.keycode >> key.state >> key.keysym >> hex >> key.ns;
         key.press = action == "press";
-        key.text = unhex(text);
+        for (std::size_t i = 0; hex != "-" && i + 1 < hex.size(); i += 2) {
+            key.text += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+        }
         keys_.push_back(key);
     } else if (kind == "button") {
         Button button;
@@ -155,17 +109,6 @@ void TestWindow::handleLine(const std::string& line) {
         motions_.push_back(motion);
     }
     changed_.notify_all();
-}
-
-void TestWindow::takeFocus() {
-    if (toChild_ >= 0) {
-        const char line[] = "focus\n";
-        [[maybe_unused]] const ssize_t written = write(toChild_, line, sizeof line - 1);
-    }
-}
-
-bool TestWindow::waitForFocus(std::chrono::milliseconds timeout) {
-    return waitFor([this] { return focused_.load(); }, timeout);
 }
 
 bool TestWindow::waitFor(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
@@ -193,26 +136,6 @@ std::string TestWindow::text() const {
         all += key.text;
     }
     return all;
-}
-
-std::string TestWindow::waitForText(const std::string& expected, std::chrono::milliseconds timeout) {
-    waitFor([&] { return text().size() >= expected.size(); }, timeout);
-    return text();
-}
-
-std::vector<TestWindow::Key> TestWindow::keys() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return keys_;
-}
-
-std::vector<TestWindow::Button> TestWindow::buttons() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return buttons_;
-}
-
-std::vector<TestWindow::Motion> TestWindow::motions() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return motions_;
 }
 
 void TestWindow::clear() {

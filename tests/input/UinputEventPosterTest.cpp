@@ -34,17 +34,14 @@ private:
 class UinputEventPosterTest : public ::testing::Test {
 protected:
     UinputEventPosterTest() {
-        auto keyboard = std::make_unique<FakeDeviceWriter>(keyboardLog_);
         auto pointer = std::make_unique<FakeDeviceWriter>(pointerLog_);
-        keyboard_ = keyboard.get();
         pointer_ = pointer.get();
-        poster_ =
-            std::make_shared<UinputEventPoster>(std::move(keyboard), std::move(pointer), VXSize{1024, 768});
+        poster_ = std::make_shared<UinputEventPoster>(std::make_unique<FakeDeviceWriter>(keyboardLog_),
+                                                      std::move(pointer), VXSize{1024, 768});
     }
 
     std::vector<std::string> keyboardLog_;
     std::vector<std::string> pointerLog_;
-    FakeDeviceWriter* keyboard_ = nullptr;
     FakeDeviceWriter* pointer_ = nullptr;
     std::shared_ptr<UinputEventPoster> poster_;
 };

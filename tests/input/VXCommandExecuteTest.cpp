@@ -1,11 +1,8 @@
 #include "input/VXCommandExecute.h"
 #include "Gestures.h"
-#include "fakes/FakeApplicationLauncher.h"
 #include "fakes/FakeEventPoster.h"
 #include "fakes/FakeKeyboardLayout.h"
-#include "fakes/FakePowerActions.h"
-#include "fakes/FakeProcessActivator.h"
-#include "fakes/FakeSystemControls.h"
+#include "fakes/FakeSystemBackends.h"
 #include "input/PZMouse.h"
 #include "input/VXCommandTester.h"
 #include "protocol/VXCommand.h"
@@ -179,21 +176,15 @@ TEST_F(VXCommandExecuteTest, exe_focus_throughFrontProcess) {
 // Records the tester calls with the thread they arrived on.
 class RecordingTester : public VXCommandTester {
 public:
-    void willExecuteCommand(const VXCommand& command) override {
-        record("will " + command.type().value_or(""));
-    }
-    void didExecuteCommand(const VXCommand& command) override {
-        record("did " + command.type().value_or(""));
-    }
-
-    std::vector<std::string> calls;
-    std::vector<std::thread::id> threads;
-
-private:
+    void willExecuteCommand(const VXCommand& c) override { record("will " + c.type().value_or("")); }
+    void didExecuteCommand(const VXCommand& c) override { record("did " + c.type().value_or("")); }
     void record(std::string call) {
         calls.push_back(std::move(call));
         threads.push_back(std::this_thread::get_id());
     }
+
+    std::vector<std::string> calls;
+    std::vector<std::thread::id> threads;
 };
 
 TEST_F(VXCommandExecuteTest, execute_withTester_hooksOnMainThreadAndNoDidAfterError) {

@@ -5,9 +5,7 @@
 //   key press|release KEYCODE STATE KEYSYM TEXT-HEX NS      (TEXT: Xutf8LookupString, presses only)
 //   button press|release BUTTON X Y NS
 //   motion X Y NS
-//   mapping NS NS-AFTER-REFRESH
-// Options: --title TEXT, --geometry WxH+X+Y. A line "focus" on standard input gives it the input
-// focus (for servers without a window manager); the end of standard input ends it.
+// Options: --display NAME, --title TEXT, --geometry WxH+X+Y. The end of standard input ends it.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -44,23 +42,27 @@ std::string hex(const char* bytes, int length) {
 } // namespace
 
 int main(int argc, char** argv) {
+    const char* display = nullptr;
     std::string title = "vxh test window";
     unsigned width = 400;
     unsigned height = 300;
     int x = 20;
     int y = 20;
     for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--title") == 0) {
+        if (std::strcmp(argv[i], "--display") == 0) {
+            display = argv[i + 1];
+        } else if (std::strcmp(argv[i], "--title") == 0) {
             title = argv[i + 1];
         } else if (std::strcmp(argv[i], "--geometry") == 0) {
             std::sscanf(argv[i + 1], "%ux%u+%d+%d", &width, &height, &x, &y);
         }
     }
-    if (std::setlocale(LC_ALL, "") == nullptr || !XSupportsLocale()) {
-        std::setlocale(LC_ALL, "C.UTF-8");
+    // UTF-8 text whatever the caller's locale; no input method (the first setting wins over XMODIFIERS).
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
+        std::setlocale(LC_ALL, "");
     }
     XSetLocaleModifiers("@im=none");
-    Display* dpy = XOpenDisplay(nullptr);
+    Display* dpy = XOpenDisplay(display);
     if (dpy == nullptr) {
         std::fprintf(stderr, "vxh_test_window: no display\n");
         return 1;
@@ -108,7 +110,6 @@ int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
 
     pollfd fds[2] = {{ConnectionNumber(dpy), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
-    std::string input;
     bool running = true;
     while (running) {
         while (XPending(dpy) > 0) {
@@ -157,7 +158,6 @@ int main(int argc, char** argv) {
                 break;
             case MappingNotify:
                 XRefreshKeyboardMapping(&event.xmapping);
-                std::printf("mapping %lld %lld\n", t, nowNs());
                 break;
             default:
                 break;
@@ -168,20 +168,7 @@ int main(int argc, char** argv) {
         }
         if ((fds[1].revents & (POLLIN | POLLHUP)) != 0) {
             char buffer[256];
-            const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
-            if (n <= 0) {
-                running = false;
-            } else {
-                input.append(buffer, static_cast<size_t>(n));
-                std::size_t end;
-                while ((end = input.find('\n')) != std::string::npos) {
-                    if (input.substr(0, end) == "focus") {
-                        XSetInputFocus(dpy, window, RevertToParent, CurrentTime);
-                        XFlush(dpy);
-                    }
-                    input.erase(0, end + 1);
-                }
-            }
+            running = read(STDIN_FILENO, buffer, sizeof buffer) > 0; // the input itself is not used
         }
     }
     XDestroyIC(ic);

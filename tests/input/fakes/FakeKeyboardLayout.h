@@ -12,43 +12,30 @@
 class FakeKeyboardLayout : public KeyboardLayout {
 public:
     FakeKeyboardLayout() {
-        const char* letters = "abcdefghijklmnopqrstuvwxyz";
         const int letterKeys[] = {KEY_A, KEY_B, KEY_C, KEY_D, KEY_E, KEY_F, KEY_G, KEY_H, KEY_I,
                                   KEY_J, KEY_K, KEY_L, KEY_M, KEY_N, KEY_O, KEY_P, KEY_Q, KEY_R,
                                   KEY_S, KEY_T, KEY_U, KEY_V, KEY_W, KEY_X, KEY_Y, KEY_Z};
         for (int i = 0; i < 26; ++i) {
-            const std::string small(1, letters[i]);
-            const std::string capital(1, static_cast<char>(letters[i] - 'a' + 'A'));
+            const std::string small(1, static_cast<char>('a' + i)), capital(1, static_cast<char>('A' + i));
             keys[letterKeys[i]] = {small, capital, small, capital};
         }
         keys[KEY_Q][2] = "@";
         keys[KEY_E][2] = "€";
-        const char* digits = "1234567890";
-        const char* shifted = "!@#$%^&*()";
-        for (int i = 0; i < 10; ++i) {
-            keys[KEY_1 + i] = {std::string(1, digits[i]), std::string(1, shifted[i]),
-                               std::string(1, digits[i]), std::string(1, shifted[i])};
-        }
-        keys[KEY_SPACE] = {" ", " ", " ", " "};
-        keys[KEY_ENTER] = {"\r", "\r", "\r", "\r"};
-        keys[KEY_TAB] = {"\t", "\t", "\t", "\t"};
-        keys[KEY_BACKSPACE] = {"\b", "\b", "\b", "\b"};
-        keys[KEY_ESC] = {"\x1b", "\x1b", "\x1b", "\x1b"};
-        keys[KEY_COMMA] = {",", "<", ",", "<"};
-        keys[KEY_DOT] = {".", ">", ".", ">"};
-        keys[KEY_KPENTER] = {"\r", "\r", "\r", "\r"};
-        keys[KEY_KPPLUS] = {"+", "+", "+", "+"};
         const int keypad[] = {KEY_KP0, KEY_KP1, KEY_KP2, KEY_KP3, KEY_KP4,
                               KEY_KP5, KEY_KP6, KEY_KP7, KEY_KP8, KEY_KP9};
         for (int i = 0; i < 10; ++i) {
-            keys[keypad[i]] = {std::string(1, digits[(i + 9) % 10]), "", std::string(1, digits[(i + 9) % 10]),
-                               ""};
+            const std::string digit(1, "1234567890"[i]), shifted(1, "!@#$%^&*()"[i]);
+            keys[KEY_1 + i] = {digit, shifted, digit, shifted};
+            keys[keypad[i]] = {std::to_string(i), "", std::to_string(i), ""};
         }
-        keysyms[0xffe1] = KEY_LEFTSHIFT;
-        keysyms[0xffe3] = KEY_LEFTCTRL;
-        keysyms[0xfe03] = KEY_RIGHTALT;
-        keysyms[0xffe5] = KEY_CAPSLOCK;
-        keysyms[0xff7f] = KEY_NUMLOCK;
+        const std::pair<int, std::string> sameOnAllLevels[] = {
+            {KEY_SPACE, " "},  {KEY_ENTER, "\r"},   {KEY_TAB, "\t"},  {KEY_BACKSPACE, "\b"},
+            {KEY_ESC, "\x1b"}, {KEY_KPENTER, "\r"}, {KEY_KPPLUS, "+"}};
+        for (const auto& [key, text] : sameOnAllLevels) {
+            keys[key] = {text, text, text, text};
+        }
+        keys[KEY_COMMA] = {",", "<", ",", "<"};
+        keys[KEY_DOT] = {".", ">", ".", ">"};
     }
 
     bool available() override { return isAvailable; }
@@ -76,7 +63,11 @@ public:
     void releaseTemporaryKeys(bool all) override { releases += all ? 100 : 1; }
 
     std::map<int, std::array<std::string, 4>> keys;
-    std::map<std::uint32_t, int> keysyms;
+    std::map<std::uint32_t, int> keysyms{{0xffe1, KEY_LEFTSHIFT},
+                                         {0xffe3, KEY_LEFTCTRL},
+                                         {0xfe03, KEY_RIGHTALT},
+                                         {0xffe5, KEY_CAPSLOCK},
+                                         {0xff7f, KEY_NUMLOCK}};
     bool isAvailable = true;
     bool changed = false;
     std::optional<LockState> locks = LockState{false, true};
