@@ -1,5 +1,5 @@
 // The phone client against scripted servers on loopback: timeouts, closed and broken connections,
-// undecodable bytes, the password exchange, raw mode.
+// undecodable bytes, the handshake's bytes, raw mode. The password exchange is tried end to end.
 
 #include "phone/VXPhone.h"
 #include "AppTestSupport.h"
@@ -92,34 +92,6 @@ TEST(VXPhoneTest, receive_serverSendsGarbage_failsWithTheDecoderReason) {
     EXPECT_EQ(phone->state(), VXPhone::State::Failed);
     EXPECT_NE(phone->failure().find("between messages"), std::string::npos) << phone->failure();
     phone->close();
-}
-
-// A password given is sent once: asked a second time, it was wrong; asked with none given, it is required.
-TEST(VXPhoneTest, handshake_passwordAskedTwiceOrWithoutOne_throwsWithTheReason) {
-    for (const std::optional<std::string>& password :
-         {std::optional<std::string>("guess"), std::optional<std::string>()}) {
-        std::string answers;
-        {
-            ScriptedServer server([&answers](int fd) {
-                ScriptedServer::write(fd, *VXRequest("password", "start_connection").getXMLData());
-                answers = ScriptedServer::readUntil(fd, "</info>");
-                ScriptedServer::write(fd, *VXRequest("password", "start_connection").getXMLData());
-                ScriptedServer::readUntil(fd, "never");
-            });
-            auto phone = VXPhone::connect("127.0.0.1", server.port(), 5s);
-            VXPhone::Identity identity;
-            identity.password = password;
-            try {
-                phone->handshake(identity, 5s);
-                ADD_FAILURE() << "the handshake went through";
-            } catch (const PZException& error) {
-                EXPECT_EQ(error.reason(), password ? "wrong password" : "password required");
-            }
-            EXPECT_EQ(phone->handshakeMessages().size(), password ? 2u : 1u);
-            phone->close();
-        }
-        EXPECT_EQ(answers, password ? text(*VXInfo("password", "guess").getXMLData()) : "");
-    }
 }
 
 TEST(VXPhoneTest, handshake_answersEachInfoRequestThenSwitchesEncoding) {

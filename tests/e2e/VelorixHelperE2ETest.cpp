@@ -139,8 +139,12 @@ TEST_F(VelorixHelperE2ETest, headless_phoneAndVelorixctl_answersEncodingsExitCod
             << c.args.back() << ": " << result.output;
     }
     ASSERT_EQ(config({"set", "connection_password", "sesame"}).status, 0);
-    EXPECT_EQ(ctl(port, {"info", "vx"}).status, 3) << "no password given";
-    EXPECT_EQ(ctl(port, {"--password", "wrong", "info", "vx"}).status, 3);
+    for (const auto& [args, reason] : {std::pair{std::vector<std::string>{"info", "vx"}, "password required"},
+                                       {{"--password", "wrong", "info", "vx"}, "wrong password"}}) {
+        const auto refused = ctl(port, args);
+        EXPECT_EQ(refused.status, 3) << reason;
+        EXPECT_EQ(refused.errors, std::string("velorixctl: ") + reason + "\n");
+    }
     EXPECT_EQ(ctl(port, {"--password", "sesame", "info", "vx"}).status, 0);
 
     VXH_REQUIRE_PLATFORM(apptest::capture("locale -a 2>/dev/null").find("de_DE.utf8") != std::string::npos,
