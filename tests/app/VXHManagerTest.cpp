@@ -136,29 +136,22 @@ TEST_F(VXHManagerTest, start_bindFailureWhileServingAndAfterTerminate_eachHandle
     EXPECT_NO_THROW(VXPhone::connect("127.0.0.1", port, 5s)->handshake({}, 10s));
 }
 
-TEST_F(VXHManagerTest, start_withLogPoster_logsWaitingForConnectionsOnceAccepting) {
+// As velorixhelper runs it: stored settings applied, the first run's defaults written (the default port
+// among them), the log poster writing "Waiting for connections" once the socket accepts.
+TEST_F(VXHManagerTest, applicationDidFinishLaunching_withLogPoster_settingsAppliedAndReadyLoggedOnce) {
     LogCapture log;
-    auto manager = VXHManager::create(std::make_shared<VXLogNotificationPoster>(), options_);
-    manager->setPortOverride(0);
-    manager->start();
-    const int port = manager->getSocketPort();
-    ASSERT_GT(port, 0);
-    EXPECT_EQ(log.count("Waiting for connections on port " + std::to_string(port)), 1u);
-    // The line is written once the socket accepts: a phone connecting right after it is served.
-    EXPECT_NO_THROW(VXPhone::connect("127.0.0.1", port, 5s)->handshake({}, 10s));
-}
-
-TEST_F(VXHManagerTest,
-       applicationDidFinishLaunching_storedSettings_firstRunDefaultsAndKeyboardMethodApplied) {
     SettingsManager::setKeyboardInputMethod(2);
-    SettingsManager::setSocketPort(apptest::freePort());
-    manager_->applicationDidFinishLaunching();
-
+    auto manager = VXHManager::create(std::make_shared<VXLogNotificationPoster>(), options_);
+    manager->applicationDidFinishLaunching();
+    const int port = manager->getSocketPort();
     EXPECT_EQ(executor_->keyboardMethod(), 2);
-    EXPECT_EQ(manager_->getSocketPort(), SettingsManager::getSocketPort());
+    EXPECT_EQ(port, SettingsManager::getSocketPort());
     EXPECT_TRUE(SettingsManager::checkUpdateAutomatically()) << "first-run defaults are written";
-    manager_->applicationWillTerminate();
-    EXPECT_EQ(manager_->getSocketPort(), 0);
+    EXPECT_EQ(log.count("Waiting for connections on port " + std::to_string(port)), 1u);
+    // A phone connecting right after the line is served.
+    EXPECT_NO_THROW(VXPhone::connect("127.0.0.1", port, 5s)->handshake({}, 10s));
+    manager->applicationWillTerminate();
+    EXPECT_EQ(manager->getSocketPort(), 0);
 }
 
 TEST_F(VXHManagerTest, clientEvents_compatibleThenIncompatiblePhone_notifiedInTurn) {
