@@ -11,7 +11,6 @@
 #include "protocol/VXError.h"
 #include "support/TestPlatform.h"
 #include "support/XvfbProcess.h"
-#include "transport/PZException.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -153,12 +152,6 @@ TEST_F(X11InputTest, execute_keys_keysymStateAndText) {
             EXPECT_EQ(press->text, c.text) << c.instruction;
         }
     }
-}
-
-TEST_F(X11InputTest, execute_unknownMark_raisesAndTypesNothing) {
-    EXPECT_THROW(type("#5 a"), PZException);
-    EXPECT_EQ(type("b"), nullptr);
-    EXPECT_EQ(window_.waitForText("b"), "b");
 }
 
 TEST_F(X11InputTest, execute_capsLockLocked_textAsAskedAndLockKept) {
