@@ -13,11 +13,6 @@ void pushValue(PZJSONTree& tree, std::string_view text) {
     }
 }
 
-void pushString(PZJSONTree& tree, std::string_view text) {
-    tree.addString();
-    tree.addCharsToLastString(text.data(), text.size());
-}
-
 TEST(PZJSONValue, getValue_table_convertsBareValues) {
     struct Case {
         const char* text;
@@ -36,33 +31,6 @@ TEST(PZJSONValue, getValue_table_convertsBareValues) {
         }
         EXPECT_EQ(value.getValue(), c.value) << c.text;
     }
-}
-
-TEST(PZJSONValue, getValue_manyPoints_logsOncePerExtraPoint) {
-    LogCapture log{LogCapture::Echo::Silenced};
-    PZJSONValue value;
-    for (const char c : std::string_view("1.2.3.4")) {
-        value.addChar(c);
-    }
-    EXPECT_FALSE(value.getValue());
-    EXPECT_EQ(log.count("getValue error to get number: too much points"), 2u);
-}
-
-TEST(PZJSONTree, setEndOfLastObject_singleNumber_returnsIt) {
-    PZJSONTree tree;
-    pushValue(tree, "12.5");
-    EXPECT_EQ(tree.setEndOfLastObject(), PZValue(12.5));
-    EXPECT_EQ(tree.depth(), 0u);
-}
-
-TEST(PZJSONTree, setEndOfLastObject_twoPoints_logsAndKeepsTheValue) {
-    LogCapture log{LogCapture::Echo::Silenced};
-    PZJSONTree tree;
-    pushValue(tree, "1.2.3");
-    EXPECT_FALSE(tree.setEndOfLastObject());
-    EXPECT_EQ(tree.depth(), 1u);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"getValue error to get number: too much points",
-                                                     "setEndOfLastObject error value"}));
 }
 
 TEST(PZJSONTree, setEndOfLastObject_objectWithPendingKey_staysAndTheKeyGetsNull) {
@@ -93,20 +61,6 @@ TEST(PZJSONTree, getValueForField_duplicateKeys_findsFirstWhileDictionaryKeepsLa
     ASSERT_TRUE(value);
     EXPECT_EQ(value->asDictionary()->size(), 1u);
     EXPECT_EQ(*value->asDictionary()->find("k"), PZValue(2));
-}
-
-TEST(PZJSONTree, setEndOfLastObject_encodedAndPlainStrings_decodeToTextOrEmpty) {
-    PZJSONTree tree;
-    tree.addArray();
-    pushString(tree, "%41");
-    tree.setEndOfLastObject();
-    pushString(tree, "plain");
-    tree.setEndOfLastObject();
-    pushValue(tree, "true");
-    tree.setEndOfLastObject();
-    const auto value = tree.setEndOfLastObject();
-    ASSERT_TRUE(value && value->isArray());
-    EXPECT_EQ(*value->asArray(), (PZArray{PZValue("A"), PZValue(""), PZValue(true)}));
 }
 
 TEST(PZJSONTree, addToLast_wrongTopElement_logsTheKeptTexts) {

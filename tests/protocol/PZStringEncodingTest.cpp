@@ -53,14 +53,8 @@ TEST(PZStringEncoding, stringWithRawURLDecode_table_followsThePieceRules) {
         {"euro", "\xE2\x82\xAC", "%20ac"},
         {"surrogatePair", "\xF0\x9F\x98\x80", "%d83d%de00"},
         {"loneHighSurrogate", "\xEF\xBF\xBD", "%d83d"},
-        {"highThenLetter",
-         "\xEF\xBF\xBD"
-         "A",
-         "%d83d%41"},
-        {"loneLowSurrogate",
-         "\xEF\xBF\xBD"
-         "A",
-         "%de00%41"},
+        {"highThenLetter", "\xEF\xBF\xBD\x41", "%d83d%41"},
+        {"loneLowSurrogate", "\xEF\xBF\xBD\x41", "%de00%41"},
         {"twoHighSurrogates", "\xEF\xBF\xBD\xF0\x9F\x98\x80", "%d83d%d83d%de00"},
         {"nullMarkerDecodesEmpty", "", "(null)"},
     };
@@ -90,30 +84,12 @@ TEST(PZStringEncoding, stringWithRawURLDecode_densestPiecesAroundTheBufferSize_d
 
 TEST(PZStringEncoding, encodeThenDecode_randomUnicodeText_givesTheSameText) {
     std::mt19937 random(12345);
-    std::uniform_int_distribution<int> pick(0, 5);
+    const std::string pieces[] = {"", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "%", "\xEF\xBF\xBF"};
     for (int round = 0; round < 500; ++round) {
         std::string text;
         for (int i = 0; i < 20; ++i) {
-            switch (pick(random)) {
-            case 0:
-                text += static_cast<char>(random() % 128);
-                break;
-            case 1:
-                text += "\xC3\xA9";
-                break;
-            case 2:
-                text += "\xE2\x82\xAC";
-                break;
-            case 3:
-                text += "\xF0\x9F\x98\x80";
-                break;
-            case 4:
-                text += "%";
-                break;
-            default:
-                text += "\xEF\xBF\xBF";
-                break;
-            }
+            const std::size_t piece = random() % 6;
+            text += piece == 0 ? std::string(1, static_cast<char>(random() % 128)) : pieces[piece];
         }
         const std::string encoded = PZStringEncoding::stringWithRawURLEncode(text);
         EXPECT_EQ(encoded.find_first_not_of("%0123456789abcdef"), std::string::npos);
@@ -126,13 +102,8 @@ TEST(PZStringEncoding, stringHTTPEncode_specialCharacters_onlyThreeAreEncoded) {
     EXPECT_EQ(PZStringEncoding::stringHTTPEncode(""), "");
 }
 
-struct NumberCase {
-    const char* text;
-    double value;
-};
-
 TEST(PZNumberText, doubleValue_table_readsTheLeadingNumber) {
-    const NumberCase cases[] = {
+    const std::pair<const char*, double> cases[] = {
         {"12.5", 12.5}, {"-2", -2},          {"+3", 3},
         {"  7", 7},     {"1e3", 1000},       {".5", 0.5},
         {"5abc", 5},    {"abc", 0},          {"", 0},
@@ -140,43 +111,31 @@ TEST(PZNumberText, doubleValue_table_readsTheLeadingNumber) {
         {"0x10", 0},    {"1e400", HUGE_VAL}, {"-1e400", -HUGE_VAL},
         {"1e-400", 0},  {"\t1.25}", 1.25},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(PZNumberText::doubleValue(c.text), c.value) << c.text;
+    for (const auto& [text, value] : cases) {
+        EXPECT_EQ(PZNumberText::doubleValue(text), value) << text;
     }
 }
 
 TEST(PZNumberText, doubleValue_randomDecimals_matchTheGeneralReader) {
     std::mt19937_64 random(7);
     for (int round = 0; round < 200000; ++round) {
-        std::string text = (random() % 2) ? "-" : "";
-        const int whole = static_cast<int>(random() % 12);
-        for (int i = 0; i < whole; ++i) {
-            text += static_cast<char>('0' + random() % 10);
-        }
-        if (random() % 3) {
-            text += '.';
-            const int fraction = static_cast<int>(random() % 26);
-            for (int i = 0; i < fraction; ++i) {
-                text += static_cast<char>('0' + random() % 10);
+        const auto digits = [&](std::uint64_t most) {
+            std::string out(random() % (most + 1), '0');
+            for (char& c : out) {
+                c = static_cast<char>('0' + random() % 10);
             }
+            return out;
+        };
+        std::string text = (random() % 2 ? "-" : "") + digits(11);
+        if (random() % 3) {
+            text += "." + digits(25);
         }
         double expected = 0;
-        const char* first = text.data();
-        const auto result = std::from_chars(first, text.data() + text.size(), expected);
-        if (result.ec != std::errc()) {
+        if (std::from_chars(text.data(), text.data() + text.size(), expected).ec != std::errc()) {
             expected = 0;
         }
         ASSERT_EQ(PZNumberText::doubleValue(text), expected) << text;
     }
-}
-
-TEST(PZNumberText, intValue_table_saturatesAndStopsAtNonDigits) {
-    EXPECT_EQ(PZNumberText::intValue("42"), 42);
-    EXPECT_EQ(PZNumberText::intValue(" -17x"), -17);
-    EXPECT_EQ(PZNumberText::intValue("abc"), 0);
-    EXPECT_EQ(PZNumberText::intValue("99999999999"), 2147483647);
-    EXPECT_EQ(PZNumberText::intValue("-99999999999"), -2147483647 - 1);
-    EXPECT_EQ(PZNumberText::intValue("1.9"), 1);
 }
 
 TEST(PZNumberText, formatAndRead_germanLocale_keepThePoint) {
@@ -191,7 +150,13 @@ TEST(PZNumberText, formatAndRead_germanLocale_keepThePoint) {
     std::setlocale(LC_ALL, previous.c_str());
 }
 
-TEST(PZNumberText, integerValue_extremes_saturate) {
+TEST(PZNumberText, intValueAndIntegerValue_extremes_saturate) {
+    EXPECT_EQ(PZNumberText::intValue("42"), 42);
+    EXPECT_EQ(PZNumberText::intValue(" -17x"), -17);
+    EXPECT_EQ(PZNumberText::intValue("abc"), 0);
+    EXPECT_EQ(PZNumberText::intValue("99999999999"), 2147483647);
+    EXPECT_EQ(PZNumberText::intValue("-99999999999"), -2147483647 - 1);
+    EXPECT_EQ(PZNumberText::intValue("1.9"), 1);
     EXPECT_EQ(PZNumberText::integerValue(3.9), 3);
     EXPECT_EQ(PZNumberText::integerValue(-3.9), -3);
     EXPECT_EQ(PZNumberText::integerValue(1e300), INT64_MAX);

@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "protocol/PZValue.h"
 #include "protocol/VXCommand.h"
 #include "protocol/VXDirectory.h"
 #include "protocol/VXError.h"
@@ -57,6 +58,10 @@ inline std::string contents(const std::filesystem::path& path) {
 inline int mode(const std::filesystem::path& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 0777) : -1;
+}
+
+inline PZDictionary dict(std::vector<std::string> keys, std::vector<PZValue> values) {
+    return PZDictionary::fromParallelArrays(std::move(keys), std::move(values));
 }
 
 // A fresh $HOME (with a "tmp" folder) for the life of the object.
