@@ -272,8 +272,7 @@ TEST_F(VXCommandExecuteTest, getKeyboardMaps_fourMapsInSearchOrder) {
     }
     EXPECT_EQ(maps, 4u);
     EXPECT_LT(text.find("(null)"), text.find("    56\n)"));
-    EXPECT_NE(text.find("(\n    56,\n    58\n)"), std::string::npos);
-    EXPECT_NE(text.find("a (97) = 0\n"), std::string::npos);
+    EXPECT_NE(text.find("a (97) = 0\n"), std::string::npos); // the entries' format: PZKeyboardMapTest
 }
 
 } // namespace

@@ -29,34 +29,31 @@ std::pair<int, int> lookup(const std::shared_ptr<KeyboardLayout>& layout, const 
     return {-1, -1};
 }
 
-TEST(XkbKeymapLayoutTest, maps_realLayouts_charactersFoundOnTheirKeys) {
+TEST(XkbKeymapLayoutTest, maps_realLayouts_charactersFoundOnTheirKeysKeypadWithNumLockDeadKeysAbsent) {
     struct Case {
         const char* layout;
         const char* text;
-        int key;
+        int key; // -1: on no key
         int map;
+        bool keypad = false;
     };
     const Case cases[] = {
-        {"us", "a", 0, 0},  {"us", "A", 0, 1},  {"us", "@", 19, 1}, {"us", "`", 50, 0}, {"us", " ", 49, 0},
-        {"de", "z", 16, 0}, {"de", "y", 6, 0},  {"de", "ß", 27, 0}, {"de", "ü", 33, 0}, {"de", "@", 12, 2},
-        {"de", "€", 14, 2}, {"de", "|", 10, 2}, {"de", "{", 26, 2}, {"de", "}", 29, 2}, {"de", "<", 10, 0},
-        {"fr", "a", 12, 0}, {"fr", "q", 0, 0},  {"fr", "à", 29, 0}, {"fr", "é", 19, 0}, {"fr", "ç", 25, 0},
-        {"fr", "1", 18, 1}, {"fr", "z", 13, 0},
+        {"us", "a", 0, 0},        {"us", "A", 0, 1},  {"us", "@", 19, 1},       {"us", "`", 50, 0},
+        {"us", " ", 49, 0},       {"de", "z", 16, 0}, {"de", "y", 6, 0},        {"de", "ß", 27, 0},
+        {"de", "ü", 33, 0},       {"de", "@", 12, 2}, {"de", "€", 14, 2},       {"de", "|", 10, 2},
+        {"de", "{", 26, 2},       {"de", "}", 29, 2}, {"de", "<", 10, 0},       {"fr", "a", 12, 0},
+        {"fr", "q", 0, 0},        {"fr", "à", 29, 0}, {"fr", "é", 19, 0},       {"fr", "ç", 25, 0},
+        {"fr", "1", 18, 1},       {"fr", "z", 13, 0}, {"de", "5", 87, 0, true}, {"de", "\x03", 76, 0, true},
+        {"de", ",", 65, 0, true}, // the German separator
+        {"de", "^", -1, -1},      // dead_circumflex produces no text
+        {"us", "ő", -1, -1},
     };
     for (const Case& c : cases) {
         const auto layout = XkbKeymapLayout::fromNames(c.layout);
         ASSERT_TRUE(layout->available()) << c.layout;
-        EXPECT_EQ(lookup(layout, c.text), std::make_pair(c.key, c.map)) << c.layout << " " << c.text;
+        EXPECT_EQ(lookup(layout, c.text, c.keypad), std::make_pair(c.key, c.map))
+            << c.layout << " " << c.text;
     }
-}
-
-TEST(XkbKeymapLayoutTest, maps_keypadAndDeadKeys_keypadWithNumLockAndDeadKeysAbsent) {
-    const auto de = XkbKeymapLayout::fromNames("de");
-    EXPECT_EQ(lookup(de, "5", true), std::make_pair(87, 0));
-    EXPECT_EQ(lookup(de, "\x03", true), std::make_pair(76, 0));
-    EXPECT_EQ(lookup(de, ",", true), std::make_pair(65, 0)); // the German keypad separator
-    EXPECT_EQ(lookup(de, "^").first, -1);                    // dead_circumflex produces no text
-    EXPECT_EQ(lookup(XkbKeymapLayout::fromNames("us"), "ő").first, -1);
 }
 
 TEST(XkbKeymapLayoutTest, keyForKeysym_modifierKeys_realKeysPreferred) {
