@@ -477,9 +477,7 @@ TEST(VXTranslatorJSON, prepareForStream_lengthAbsentLateOrNotANumber_givesEmptyS
 
 TEST(VXTranslatorXML, translateBytes_serverWrittenElements_giveEqualMessages) {
     Reader reader(XML);
-    PZDictionary arguments;
-    arguments.set("k", PZValue("v"));
-    VXRequest request("directory", "/home/u", arguments);
+    VXRequest request("directory", "/home/u", vxtest::dict({"k"}, {PZValue("v")}));
     VXTrackpadCommand command;
     command.setProcess(VXProcess(std::nullopt, 9));
     command.setShift({0.25, 3});
