@@ -58,10 +58,9 @@ TEST_P(ServerHardening, hostilePhone_isClosedHardWhileAnotherPhoneKeepsBeingServ
     const auto badClient = server->manager()->clients().back();
 
     std::thread sender([&] { bad->sendRaw(std::string_view(hostile.bytes)); });
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 20; ++i) { // no ASSERT while the sender runs: its thread must be joined
         const auto answer = ask(*good, "info", "vx");
-        ASSERT_TRUE(answer) << "round trip " << i;
-        EXPECT_TRUE(answer->isInfo("vx"));
+        EXPECT_TRUE(answer && answer->isInfo("vx")) << "round trip " << i;
     }
     sender.join();
 
