@@ -44,7 +44,6 @@ protected:
         layout_ = std::make_shared<X11KeyboardLayout>(connection);
         backends.keyboardLayout = layout_;
         backends.processActivator = std::make_shared<X11ProcessActivator>(xvfb_.name());
-        backends.commandKey = [this] { return commandKey_; };
         // A loaded test machine may need longer than a desktop for the window manager to move the focus.
         backends.focusTimeout = std::chrono::seconds(2);
         executor_ = VXCommandExecute::create(backends);
@@ -100,16 +99,14 @@ protected:
 
     XvfbProcess xvfb_;
     TestWindow window_;
-    std::string commandKey_ = "control";
     std::shared_ptr<X11KeyboardLayout> layout_;
     std::shared_ptr<VXCommandExecute> executor_;
 };
 
-// Each layout switched between two commands: the next command finds the keys of the new layout (on the
-// German layout Z and Y change places).
+// The layout switched between two commands: the next one finds the new layout's keys (German: Z and Y swap).
 TEST_F(X11InputTest, execute_textOnUsGermanAndFrenchLayouts_windowReceivesText) {
     const std::pair<const char*, std::string> cases[] = {
-        {"us", "Hello, World! 123"}, {"de", "Grüße, ß@€|{} zy"}, {"fr", "àéèç azerty"}, {"us", "zy"}};
+        {"us", "Hello, World! 123"}, {"de", "Grüße, ß@€|{} zy"}, {"fr", "àéèç azerty"}};
     for (const auto& [layout, text] : cases) {
         setLayout(layout);
         window_.clear();
@@ -125,25 +122,16 @@ TEST_F(X11InputTest, execute_keys_keysymStateAndText) {
         unsigned mask;  // the state bits looked at
         unsigned state; // their expected value
         const char* text = nullptr;
-        const char* commandKey = "control";
     };
     const Case cases[] = {
         {"H", 'H', shiftMask, shiftMask, "H"}, // a capital alone comes with shift
-        {"#1 h", 'H', shiftMask, shiftMask, "H"},
-        {"h", 'h', shiftMask, 0, "h"},
         {"#4 c", 'c', controlMask | superMask, controlMask, "\x03"},
-        {"#4 v", 'v', controlMask | superMask, superMask, nullptr, "super"}, // the preferred command key
         {"numpad5", 0xffb5, 0, 0, "5"},
-        {"numpadreturn", 0xff8d, 0, 0},
-        {"a", 'a', numLockMask, 0, "a"}, // Num Lock is off again
-        {"#1 #4 LeftArrow", 0xff51, shiftMask | controlMask, shiftMask | controlMask},
-        {"uparrow", 0xff52, shiftMask | controlMask, 0},
-        {"play", 0x1008ff14, 0, 0},  // XF86AudioPlay
-        {"eject", 0x1008ff2c, 0, 0}, // XF86Eject
+        {"a", 'a', shiftMask | controlMask | numLockMask, 0, "a"}, // Num Lock off again, nothing held
+        {"play", 0x1008ff14, 0, 0},                                // XF86AudioPlay
     };
     for (const Case& c : cases) {
         window_.clear();
-        commandKey_ = c.commandKey;
         EXPECT_EQ(type(c.instruction), nullptr) << c.instruction;
         const auto press = pressOf(c.keysym);
         ASSERT_TRUE(press.has_value()) << c.instruction;
@@ -198,10 +186,8 @@ TEST_F(X11InputTest, execute_otherProcess_focusMovesThereBeforeTypingWithEitherM
     EXPECT_EQ(type("y", &second), nullptr);
     executor_->setKeyboardMethod(2); // the script raises the process by name, then types
     EXPECT_EQ(type("#1 q", &window_, "vxh_test_window"), nullptr);
-    EXPECT_EQ(type("mute", &window_, "vxh_test_window"), nullptr);
     EXPECT_EQ(window_.waitForText("xQ"), "xQ");
     EXPECT_EQ(second.waitForText("y"), "y");
-    EXPECT_TRUE(pressOf(0x1008ff12).has_value()); // XF86AudioMute
     EXPECT_EQ(type("a", &window_, "no-such-program")->message(), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
     executor_->setKeyboardMethod(1);
     VXCommand gone("keyboard", VXProcess("", 999999), "q");
@@ -216,10 +202,8 @@ TEST_F(X11InputTest, trackpad_gestures_buttonsAndPointerAtTheWindow) {
         std::vector<Gesture> gestures;
         std::vector<std::string> buttons;
         std::optional<VXPoint> end{}; // where the pointer and the last button event are
-        std::chrono::milliseconds minDelay{0};
     };
     const Case cases[] = {
-        {"single tap: one click after the delay", {200, 150}, {{0, 1, 1}}, {"+1", "-1"}, std::nullopt, 150ms},
         {"two fingers: right click and scroll",
          {200, 150},
          {{0, 2, 1}, {2, 2, 0, {0, 30}}, {2, 2, 0, {-30, 0}}},
@@ -233,7 +217,6 @@ TEST_F(X11InputTest, trackpad_gestures_buttonsAndPointerAtTheWindow) {
     for (const Case& c : cases) {
         executor_->mouse().moveToPoint(c.start);
         window_.clear();
-        const auto sent = std::chrono::steady_clock::now();
         EXPECT_TRUE(perform(*executor_, c.gestures)) << c.name;
         runLoopFor(400ms);
         ASSERT_TRUE(window_.waitFor([&] {
@@ -249,10 +232,6 @@ TEST_F(X11InputTest, trackpad_gestures_buttonsAndPointerAtTheWindow) {
             if (!buttons.empty()) {
                 EXPECT_EQ((VXPoint{double(buttons.back().x), double(buttons.back().y)}), *c.end) << c.name;
             }
-        }
-        if (!buttons.empty()) {
-            EXPECT_GE(std::chrono::nanoseconds(buttons.front().ns) - sent.time_since_epoch(), c.minDelay)
-                << c.name;
         }
     }
 }

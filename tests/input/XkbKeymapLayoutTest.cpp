@@ -37,17 +37,11 @@ TEST(XkbKeymapLayoutTest, maps_realLayouts_charactersFoundOnTheirKeysKeypadWithN
         int map;
         bool keypad = false;
     };
-    const Case cases[] = {
-        {"us", "a", 0, 0},        {"us", "A", 0, 1},  {"us", "@", 19, 1},       {"us", "`", 50, 0},
-        {"us", " ", 49, 0},       {"de", "z", 16, 0}, {"de", "y", 6, 0},        {"de", "ß", 27, 0},
-        {"de", "ü", 33, 0},       {"de", "@", 12, 2}, {"de", "€", 14, 2},       {"de", "|", 10, 2},
-        {"de", "{", 26, 2},       {"de", "}", 29, 2}, {"de", "<", 10, 0},       {"fr", "a", 12, 0},
-        {"fr", "q", 0, 0},        {"fr", "à", 29, 0}, {"fr", "é", 19, 0},       {"fr", "ç", 25, 0},
-        {"fr", "1", 18, 1},       {"fr", "z", 13, 0}, {"de", "5", 87, 0, true}, {"de", "\x03", 76, 0, true},
-        {"de", ",", 65, 0, true}, // the German separator
-        {"de", "^", -1, -1},      // dead_circumflex produces no text
-        {"us", "ő", -1, -1},
-    };
+    const Case cases[] = {{"us", "a", 0, 0},           {"us", "A", 0, 1},  {"de", "z", 16, 0},
+                          {"de", "@", 12, 2},          {"fr", "a", 12, 0}, {"de", "5", 87, 0, true},
+                          {"de", "\x03", 76, 0, true}, // the keypad with Num Lock, keypad Enter
+                          {"de", "^", -1, -1},         // dead_circumflex produces no text
+                          {"us", "ő", -1, -1}};
     for (const Case& c : cases) {
         const auto layout = XkbKeymapLayout::fromNames(c.layout);
         ASSERT_TRUE(layout->available()) << c.layout;
