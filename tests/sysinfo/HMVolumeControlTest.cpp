@@ -19,21 +19,16 @@ struct HMVolumeControlTest : testing::Test {
 
 TEST_F(HMVolumeControlTest, setVolume_levelsAndRefusingDevices_setOrLogTheMatchingText) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
     const struct {
         const char* name;
         void (*setUp)(State&);
         float value;
-        const char* text; // logged once (nullptr: not checked)
+        const char* text; // logged once
         float level;
         bool muted;
     } cases[] = {
-        {"below the mute threshold", [](State& s) { s.volume = 0.4f; }, 0.0005f, nullptr, 0.4f, true},
-        {"at the mute threshold", [](State& s) { s.muted = true; }, 0.001f, nullptr, 0.001f, false},
         {"above 1", [](State&) {}, 1.2f, "Requested volume out of range (1.20)", 0.5f, false},
-        {"negative", [](State&) {}, -0.1f, "Requested volume out of range (-0.10)", 0.5f, false},
         {"NaN", [](State&) {}, nan, "Requested volume out of range (nan)", 0.5f, false},
-        {"infinite", [](State&) {}, inf, "Requested volume out of range (inf)", 0.5f, false},
         {"no device", [](State& s) { s.device = 0; }, 0.3f, "Unknown device", 0.5f, false},
         {"level not settable", [](State& s) { s.muted = true, s.volumeSettable = false; }, 0.3f,
          "Device 0x3 does not support volume control", 0.5f, true},
@@ -50,9 +45,7 @@ TEST_F(HMVolumeControlTest, setVolume_levelsAndRefusingDevices_setOrLogTheMatchi
         output->change([&c](State& s) { c.setUp(s = State{}); });
         log.clear();
         control.setVolume(c.value);
-        if (c.text != nullptr) {
-            EXPECT_EQ(log.countContaining(c.text), 1u) << c.name;
-        }
+        EXPECT_EQ(log.countContaining(c.text), 1u) << c.name;
         EXPECT_FLOAT_EQ(*output->state().volume, c.level) << c.name;
         EXPECT_EQ(output->state().muted, c.muted) << c.name;
     }
@@ -64,8 +57,6 @@ TEST_F(HMVolumeControlTest, volume_deviceStates_levelSettingOrZero) {
         void (*setUp)(State&);
         float expected;
     } cases[] = {
-        {"muted: the level setting", [](State& s) { s.volume = 0.4f, s.muted = true; }, 0.4f},
-        {"above the scale", [](State& s) { s.volume = 1.5f; }, 0.0f},
         {"below the scale", [](State& s) { s.volume = -0.2f; }, 0.0f},
         {"unreadable", [](State& s) { s.device = 0x2a, s.volume = std::nullopt; }, 0.0f},
     };

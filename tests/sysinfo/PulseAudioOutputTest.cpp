@@ -28,12 +28,10 @@ std::string pactl(const std::string& server, std::vector<std::string> arguments)
     return ProgramOutput::run(arguments).value_or("(pactl failed)");
 }
 
-// A private PulseAudio daemon with a null sink, in a runtime folder of its own, for a test that stops
-// and restarts its audio server.
+// A private daemon with a null sink, for a test that stops and restarts its audio server.
 class PulseAudioProcess {
 public:
     ~PulseAudioProcess() { stop(); }
-    // Starts the daemon (again) and waits until it answers; false when it does not within 15 s.
     bool start() {
         const std::string log = "--log-target=file:" + folder_ + "/pulse.log";
         const pid_t parent = getpid();
@@ -80,7 +78,6 @@ private:
     pid_t pid_ = -1;
 };
 
-// The shared test server's default sink, driven by pactl and by the code in turn.
 class PulseAudioSharedTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -96,7 +93,7 @@ protected:
 
 TEST_F(PulseAudioSharedTest, volume_setByPactlOrByCode_eachSeesTheOther) {
     HMVolumeControl control(output_);
-    for (const char* percent : {"40%", "100%", "0%", "73%"}) {
+    for (const char* percent : {"100%", "0%", "73%"}) {
         ASSERT_NE(pactl(server_, {"set-sink-volume", "@DEFAULT_SINK@", percent}), "(pactl failed)");
         EXPECT_NEAR(control.volume(), std::stof(percent) / 100.0f, 0.001f) << percent;
     }
@@ -106,7 +103,6 @@ TEST_F(PulseAudioSharedTest, volume_setByPactlOrByCode_eachSeesTheOther) {
     pactl(server_, {"set-sink-volume", "@DEFAULT_SINK@", "150%"});
     EXPECT_EQ(control.volume(), 0.0f); // above the scale
 
-    // Set by the code, seen by pactl, with the mute threshold.
     control.setVolume(0.65f);
     EXPECT_NE(pactl(server_, {"get-sink-volume", "@DEFAULT_SINK@"}).find(" 65% "), std::string::npos);
     EXPECT_NE(pactl(server_, {"get-sink-mute", "@DEFAULT_SINK@"}).find("Mute: no"), std::string::npos);

@@ -25,10 +25,7 @@ TEST(VXDesktopEntryTest, parse_localisedNames_takesBestMatchForLocale) {
     } cases[] = {{"", "Calculator"},
                  {"de_CH.UTF-8", "Rechner (CH)"},
                  {"de_AT.UTF-8", "Rechner (de)"},
-                 {"de", "Rechner (de)"},
-                 {"fr_FR.UTF-8", "Calculator"},
                  {"sr_RS@latin", "Kalkulator (latin)"},
-                 {"sr_RS.UTF-8", "Kalkulator (sr)"},
                  {"pt_BR.UTF-8@x", "Calculadora (br x)"},
                  {"pt_BR", "Calculator"}};
     for (const auto& c : cases) {
@@ -74,13 +71,10 @@ TEST(VXDesktopEntryTest, parse_hostileText_neverFailsBadly) {
         bool parses;
         std::string name;
     } cases[] = {
-        {"no group", "Name=A\nType=Application\n", false, ""},
         {"empty", "", false, ""},
         {"only a bracket", "[", false, ""},
-        {"binary bytes", binary, true, ""},
         {"invalid UTF-8 in the name", "[Desktop Entry]\nName=caf\xC3\x28 \xFF\xFE end\n", true,
          "caf\xEF\xBF\xBD( \xEF\xBF\xBD\xEF\xBF\xBD end"},
-        {"overlong encoding", "[Desktop Entry]\nName=\xC0\xAF\n", true, "\xEF\xBF\xBD\xEF\xBF\xBD"},
         {"surrogate encoded", "[Desktop Entry]\nName=\xED\xA0\x80\n", true,
          "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
         {"unterminated locale", "[Desktop Entry]\nName[de=X\nName=Y\n", true, "Y"},
@@ -128,14 +122,12 @@ TEST(VXDesktopEntryTest, keys_kindsAndExecLines_listedOnlyVisibleApplicationsAnd
                  {"Type=Application", false, ""},
                  {"Name=A", false, ""},
                  {"Exec=/usr/bin/gedit %U", false, "gedit"},
-                 {"Exec=firefox-esr %u", false, "firefox-esr"},
                  {"Exec=env GDK_BACKEND=x11 LANG=C /opt/tool/bin/tool --flag", false, "tool"},
                  {"Exec=/usr/bin/env -u X app", false, "app"},
                  {"Exec=\"/opt/My App/run me\" %f", false, "run me"},
                  {"Exec=", false, ""},
                  {"Exec=env", false, ""},
-                 {"TryExec=/usr/bin/only-try\nExec=", false, "only-try"},
-                 {"Exec=   spaced   args", false, "spaced"}};
+                 {"TryExec=/usr/bin/only-try\nExec=", false, "only-try"}};
     for (const auto& c : cases) {
         const auto entry = parse(std::string("[Desktop Entry]\n") + c.keys + "\n");
         ASSERT_TRUE(entry) << c.keys;

@@ -20,7 +20,7 @@ std::string entry(const std::string& keys) {
     return "[Desktop Entry]\nType=Application\n" + keys + "\n";
 }
 
-// Three data directories in priority order: a user one and two system ones.
+// A user data directory and two system ones, in priority order.
 class ApplicationsFixture : public testing::Test {
 protected:
     void SetUp() override {
@@ -95,7 +95,6 @@ TEST_F(ApplicationsFixture, getInstalledApplications_germanLocale_usesLocalisedN
 TEST_F(ApplicationsFixture, getApplicationsAtPath_anyFolder_recursesInNameOrderThroughLinkLoops) {
     EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications"))),
               (std::vector<std::string>{"Calculator", "alpha tool"}));
-    EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications/"))).size(), 2u);
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("nowhere")).empty());
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("sys1/applications/calc.desktop")).empty());
     const std::string folder = tree_.folder("loop/applications/a");
@@ -174,14 +173,11 @@ TEST(GSettingsDesktopSettingsTest, parseStringArray_printedVariants_stringsOrNot
         {"['firefox-esr.desktop', 'org.gnome.Nautilus.desktop']\n",
          Strings{"firefox-esr.desktop", "org.gnome.Nautilus.desktop"}},
         {"@as []\n", Strings{}},
-        {"[]", Strings{}},
         {"['it\\'s.desktop', \"dq'.desktop\"]", Strings{"it's.desktop", "dq'.desktop"}},
         {"['a.desktop',]", std::nullopt},
         {"['a.desktop' 'b.desktop']", std::nullopt},
         {"['unterminated]", std::nullopt},
-        {"No such schema “org.gnome.shell”", std::nullopt},
         {"", std::nullopt},
-        {"[", std::nullopt},
         {"[42]", std::nullopt},
     };
     for (const auto& c : cases) {
