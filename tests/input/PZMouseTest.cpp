@@ -29,40 +29,35 @@ TEST_F(PZMouseTest, scrollWheel_displacements_deadZoneAndDirections) {
     }
 }
 
-TEST_F(PZMouseTest, moveToPoint_landsWithinTolerance_placedOnly) {
-    poster_->placementError = {49, -49};
-    mouse_.moveToPoint({300.9, 200.2});
-    EXPECT_EQ(poster_->takeEvents(), (Events{"place 300 200"}));
-    poster_->placementError = {-50, 50}; // the bounds are included
-    mouse_.moveToPoint({300, 200});
-    EXPECT_EQ(poster_->takeEvents(), (Events{"place 300 200"}));
-    EXPECT_EQ(mouse_.log(), "Main screen size {1280, 800}\n");
-}
-
-TEST_F(PZMouseTest, moveToPoint_placementMissed_loggedAndMotionPosted) {
-    poster_->placementError = {60, 0};
-    poster_->motionError = {0, 30}; // within the second check's bounds
-    mouse_.moveToPoint({10, 20});
-    EXPECT_EQ(poster_->takeEvents(), (Events{"place 10 20", "motion 10 20"}));
-    EXPECT_EQ(mouse_.log(), "Main screen size {1280, 800}\n"
-                            "IOHIDSetMouseLocation set mouse at {70, 20} when request is {10, 20}\n");
-}
-
-TEST_F(PZMouseTest, moveToPoint_motionMissedBelowOnePoint_loggedBySecondCheck) {
-    poster_->placementError = {0, 60};
-    poster_->motionError = {0, -2};
-    mouse_.moveToPoint({10, 20});
-    const std::string log = mouse_.log();
-    EXPECT_NE(log.find("IOHIDPostEvent(mouse move) set mouse at {10, 18} when request is {10, 20}\n"),
-              std::string::npos)
-        << log;
-    poster_->motionError = {0, -1};
-    const std::size_t before = mouse_.log().size();
-    mouse_.moveToPoint({10, 20});
-    EXPECT_EQ(mouse_.log().size(),
-              before + std::string("IOHIDSetMouseLocation set mouse at {10, 80} when request is "
-                                   "{10, 20}\n")
-                           .size());
+// Each check tolerates 50 points (bounds included) and truncates; a missed placement is followed by a motion.
+TEST_F(PZMouseTest, moveToPoint_placementAndMotionChecks_eventsAndLog) {
+    struct Case {
+        VXPoint placementError, motionError, target;
+        std::string logged;
+    };
+    const std::string set = "IOHIDSetMouseLocation set mouse at ", request = " when request is {10, 20}\n";
+    const std::string post = "IOHIDPostEvent(mouse move) set mouse at ";
+    const Case cases[] = {
+        {{49, -49}, {0, 0}, {300.9, 200.2}, ""},
+        {{-50, 50}, {0, 0}, {300, 200}, ""},
+        {{60, 0}, {0, 30}, {10, 20}, set + "{70, 20}" + request},
+        {{0, 60}, {0, -2}, {10, 20}, set + "{10, 80}" + request + post + "{10, 18}" + request},
+        {{0, 60}, {0, -1}, {10, 20}, set + "{10, 80}" + request},
+    };
+    for (const Case& c : cases) {
+        poster_->placementError = c.placementError;
+        poster_->motionError = c.motionError;
+        const std::string before = mouse_.log();
+        mouse_.moveToPoint(c.target);
+        const std::string at = std::to_string(int(c.target.x)) + " " + std::to_string(int(c.target.y));
+        Events events{"place " + at};
+        if (!c.logged.empty()) {
+            events.push_back("motion " + at);
+        }
+        EXPECT_EQ(poster_->takeEvents(), events) << c.logged;
+        EXPECT_EQ(mouse_.log(), before + c.logged);
+    }
+    EXPECT_EQ(mouse_.log().rfind("Main screen size {1280, 800}\n", 0), 0u);
 }
 
 TEST_F(PZMouseTest, moveToPoint_failingBackEnd_statusesLogged) {

@@ -89,11 +89,8 @@ protected:
     SystemEventsScriptRunner runner_{keys_, activator_, power_};
 };
 
-TEST_F(SystemEventsScriptRunnerTest, runScript_powerVerbs_reachPowerActions) {
-    EXPECT_FALSE(runner_.runScript(se + " to sleep").has_value());
-    EXPECT_FALSE(runner_.runScript(se + " to restart").has_value());
-    EXPECT_FALSE(runner_.runScript(se + " to shut down").has_value());
-    EXPECT_EQ(power_->calls, (std::vector<std::string>{"suspend", "reboot", "powerOff"}));
+// The three verbs reaching the power actions are proven through the executor's special commands.
+TEST_F(SystemEventsScriptRunnerTest, runScript_powerVerbRefused_reasonInTheError) {
     power_->refusal = "logind is not running";
     const auto error = runner_.runScript(se + " to sleep");
     ASSERT_TRUE(error.has_value());
