@@ -62,12 +62,11 @@ TEST(OpenGLScreenReaderTest, createImage_rectsAndAskedSizes_clippedAndFittedKeep
         std::make_shared<FakeScreenGrabber>(4000, 1080, VXPixelRect{0, 0, 1920, 1080}));
     for (const auto& c : cases) {
         const VXPixelBuffer image = imageOf(*reader, c.x, c.y, c.w, c.h, c.askW, c.askH);
-        const std::string name = std::to_string(c.w) + "x" + std::to_string(c.h) + " at " +
-                                 std::to_string(c.x) + " into " + std::to_string(c.askW) + ";" +
-                                 std::to_string(c.askH);
-        EXPECT_EQ(image.width, c.expectedW) << name;
-        EXPECT_EQ(image.height, c.expectedH) << name;
-        EXPECT_EQ(image.pixels.size(), static_cast<std::size_t>(image.bytesPerRow) * image.height) << name;
+        SCOPED_TRACE(testing::Message()
+                     << c.w << "x" << c.h << " at " << c.x << " into " << c.askW << ";" << c.askH);
+        EXPECT_EQ(image.width, c.expectedW);
+        EXPECT_EQ(image.height, c.expectedH);
+        EXPECT_EQ(image.pixels.size(), static_cast<std::size_t>(image.bytesPerRow) * image.height);
         if (c.x == 3900) {
             EXPECT_EQ(pixel(image, 0, 0)[0], 3900 & 0xff);
         }

@@ -133,7 +133,6 @@ TEST(VXSystemInfoTest, everyQuery_noBackEndsOrPlatformOnes_neutralOrRealResults)
     EXPECT_EQ(shared, VXSystemInfo::shared());
     EXPECT_NE(shared->screen(), nullptr);
     EXPECT_EQ(shared->getVXHVersion(), "3.0.0");
-    EXPECT_EQ(shared->getProcessWithPSN(-1)->name(), "Mac");
 }
 
 } // namespace
