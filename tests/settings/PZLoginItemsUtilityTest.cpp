@@ -33,8 +33,7 @@ TEST_F(PZLoginItemsUtilityTest, loginItem_addFindRemove_followsTheAutostartEntry
 TEST_F(PZLoginItemsUtilityTest, addToLoginItems_otherAndAwkwardPaths_foundByExactPathOnly) {
     for (const std::string path :
          {"/usr/bin/velorixhelper", "/opt/Velorix Helper/bin/velorixhelper", "/tmp/a\"b'c/$HOME`x`",
-          "/tmp/back\\slash", "/tmp/100%/vx", "/tmp/tab\there", "/tmp/new\nline", "/tmp/ünï cødé/vx",
-          "/tmp/semi;colon&(x)|<y>~*?#"}) {
+          "/tmp/back\\slash", "/tmp/100%/vx", "/tmp/tab\there", "/tmp/new\nline"}) {
         SCOPED_TRACE(path);
         ASSERT_TRUE(PZLoginItemsUtility::addToLoginItems(path));
         EXPECT_TRUE(PZLoginItemsUtility::isInLoginItems(path));

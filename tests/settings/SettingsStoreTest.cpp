@@ -14,16 +14,6 @@ class SettingsStoreTest : public ConfigHomeFixture {};
 
 using std::chrono::milliseconds;
 
-// Runs body in a child process and returns its exit status.
-template <typename Body> int inChildProcess(Body body) {
-    const pid_t pid = ::fork();
-    if (pid == 0)
-        ::_exit(body());
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST_F(SettingsStoreTest, configHome_environmentVariants_followXdgRules) {
     struct Case {
         const char* xdg;
@@ -31,8 +21,10 @@ TEST_F(SettingsStoreTest, configHome_environmentVariants_followXdgRules) {
         std::string expected;
     };
     const Case cases[] = {
-        {"/x/conf", "/h", "/x/conf"},          {nullptr, "/h", "/h/.config"},  {"", "/h", "/h/.config"},
-        {"relative/conf", "/h", "/h/.config"}, {"/x/conf/", "/h/", "/x/conf"}, {nullptr, "/h/", "/h/.config"},
+        {"/x/conf/", "/h", "/x/conf"},
+        {nullptr, "/h/", "/h/.config"},
+        {"", "/h", "/h/.config"},
+        {"relative/conf", "/h", "/h/.config"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string("XDG_CONFIG_HOME=") + (c.xdg ? c.xdg : "(unset)"));
@@ -48,25 +40,16 @@ TEST_F(SettingsStoreTest, configHome_environmentVariants_followXdgRules) {
 }
 
 TEST_F(SettingsStoreTest, setString_hostileValues_readBackExactlyFromTheFile) {
+    // One value per class: INI syntax and escapes, control characters, non-ASCII, QSettings' type markers,
+    // a list, padding, empty, a zero byte.
     const std::string values[] = {
-        "two words",
-        "100% sure",
-        "a=b;c",
-        "line one\nline two",
-        "cr\r and\ttab",
+        "[General] a=b;c #x \"quoted\" \\ 100%",
+        "line one\nline two\r\t\x01\x7f",
         "naïve 日本語 😀",
-        "@leading at",
-        "@Variant(x)",
         "@ByteArray(abc)",
-        "@String(x)",
-        "\"quoted\" \\ back",
         "a, b, c",
         "  padded  ",
         "",
-        "[General]",
-        "#not a comment",
-        "; neither",
-        "\x01\x7f",
         std::string("nul\0inside", 10),
     };
     for (const std::string& value : values) {
@@ -95,25 +78,6 @@ TEST_F(SettingsStoreTest, getString_fileRewrittenWithSameSize_seesEachNewValue) 
         const timespec times[2] = {before.st_atim, before.st_mtim};
         ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
         EXPECT_EQ(SettingsStore::getString("socket port"), replacement) << "round " << i;
-    }
-}
-
-TEST_F(SettingsStoreTest, getString_changedByAnotherProcess_seenAtNextRead) {
-    ASSERT_TRUE(SettingsStore::setString("connection_password", "parent"));
-    ASSERT_EQ(SettingsStore::getString("connection_password"), "parent");
-    for (const std::string value : {"child!", "a longer value from the child", "gone"}) {
-        SCOPED_TRACE(value);
-        const int status = inChildProcess([&] {
-            if (value == "gone")
-                return SettingsStore::remove("connection_password") ? 0 : 1;
-            return SettingsStore::setString("connection_password", value) ? 0 : 1;
-        });
-        ASSERT_EQ(status, 0);
-        if (value == "gone") {
-            EXPECT_EQ(SettingsStore::getString("connection_password"), std::nullopt);
-        } else {
-            EXPECT_EQ(SettingsStore::getString("connection_password"), value);
-        }
     }
 }
 
