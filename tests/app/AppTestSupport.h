@@ -35,9 +35,8 @@ inline bool avahiRunning() {
     return std::system("avahi-daemon --check >/dev/null 2>&1") == 0;
 }
 
-// The resolved avahi-browse lines ("=;iface;proto;name;type;domain;host;address;port;txt") of the
-// application's service type that name port, polled until one appears or timeout passes.
-// Each browse is cut short after 10 s: one started while the daemon restarts can wait forever.
+// The resolved avahi-browse lines of the server's type that name port (a browse begun while the daemon
+// restarts can wait forever, hence the 10 s cut).
 inline std::string browseForPort(int port, std::chrono::seconds timeout = std::chrono::seconds(30)) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     const std::string needle = ";" + std::to_string(port) + ";";
@@ -57,9 +56,8 @@ inline std::string browseForPort(int port, std::chrono::seconds timeout = std::c
     return {};
 }
 
-// The avahi-daemon that the test services started (its pid file is $VXH_TEST_AVAHI_PIDFILE, its log
-// $VXH_TEST_AVAHI_LOG). Only that daemon is ever stopped or restarted; the new pid goes back into the pid
-// file so that the services' stop script stops it.
+// The test services' avahi-daemon ($VXH_TEST_AVAHI_PIDFILE, $VXH_TEST_AVAHI_LOG), the only one ever
+// restarted; the new pid goes back into the pid file for the services' stop script.
 class TestAvahiDaemon {
 public:
     TestAvahiDaemon() {
@@ -70,10 +68,8 @@ public:
             log_ = log;
         }
     }
-    // Whether the test services started the daemon (else it must not be touched).
     bool available() const { return !pidFile_.empty(); }
 
-    // Stops the daemon and waits until it is gone.
     bool stop() {
         pid_t pid = 0;
         std::ifstream(pidFile_) >> pid;
@@ -84,7 +80,7 @@ public:
         return waitUntil([&] { return ::kill(pid, 0) != 0; }, std::chrono::seconds(10));
     }
 
-    // Starts a new daemon, records its pid and waits until it reports that it is ready.
+    // Waits until the new daemon reports that it is ready.
     bool start() {
         const auto before = startups();
         const std::string command =
@@ -114,8 +110,7 @@ private:
     std::string log_;
 };
 
-// A socket bound to a free port of address (INADDR_LOOPBACK or INADDR_ANY), listening unless told
-// otherwise; the port goes to port.
+// A socket bound to a free port (into port) of address, listening unless told otherwise.
 inline int boundSocket(in_addr_t address, int& port, bool listening = true) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in at{};

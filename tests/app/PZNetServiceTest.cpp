@@ -4,7 +4,6 @@
 
 #include "app/AppTestSupport.h"
 #include "app/PZNetService.h"
-#include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 
 namespace {
@@ -47,28 +46,6 @@ TEST(PZNetServiceTest, publish_namedTakenAndEmptyNames_browsableUnderTheirOwnAlt
     EXPECT_TRUE(service.publishedName().empty());
     ASSERT_TRUE(service.publish());
     EXPECT_EQ(waitForPublishedName(service), name) << "published again after a stop";
-}
-
-// Published once a daemon appears; the restart of a running daemon is tried end to end.
-TEST(PZNetServiceTest, publish_daemonAbsentThenStarted_publishedOnceItRuns) {
-    VXH_REQUIRE_PLATFORM(apptest::avahiRunning(), "no avahi-daemon runs (scripts/services start DIR)");
-    apptest::TestAvahiDaemon daemon;
-    if (!daemon.available()) {
-        GTEST_SKIP()
-            << "the avahi-daemon was not started by the test services (VXH_TEST_AVAHI_PIDFILE unset)";
-    }
-    LogCapture log;
-    ASSERT_TRUE(daemon.stop());
-    const int port = apptest::freePort();
-    PZNetService service(PZNetService::kServerType, "VXH restart " + std::to_string(port), port);
-    ASSERT_TRUE(service.publish());
-    std::this_thread::sleep_for(500ms);
-    EXPECT_TRUE(service.publishedName().empty());
-    EXPECT_EQ(log.countContaining("DNS-SD"), 1u) << "one line while no daemon runs";
-
-    ASSERT_TRUE(daemon.start());
-    EXPECT_FALSE(waitForPublishedName(service).empty()) << "published once the daemon appeared";
-    EXPECT_FALSE(apptest::browseForPort(port).empty());
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// The application controller in the test process: real server socket, client manager and sessions on
-// loopback, a real phone, the main run loop driven by the test.
+// The application controller in process: real sockets and sessions, a real phone, the test's run loop.
 
 #include <algorithm>
 
@@ -129,26 +128,33 @@ TEST_F(VXHManagerTest, start_bindFailureWhileServingAndAfterTerminate_eachHandle
     // Terminated, nothing listens; started again, the same port serves a phone.
     manager_->terminate();
     expectStopped();
-    EXPECT_THROW(VXPhone::connect("127.0.0.1", port, 2s), PZException);
+    try {
+        VXPhone::connect("127.0.0.1", port, 2s);
+        ADD_FAILURE() << "connected to a stopped server";
+    } catch (const PZException& error) {
+        EXPECT_EQ(error.name(), "VXPhone connect");
+        EXPECT_NE(error.reason().find("127.0.0.1 port " + std::to_string(port)), std::string::npos);
+    }
     manager_->setPortOverride(port);
     manager_->start();
     ASSERT_EQ(manager_->getSocketPort(), port);
     EXPECT_NO_THROW(VXPhone::connect("127.0.0.1", port, 5s)->handshake({}, 10s));
 }
 
-// As velorixhelper runs it: stored settings applied, the first run's defaults written (the default port
-// among them), the log poster writing "Waiting for connections" once the socket accepts.
+// As velorixhelper runs it: stored settings applied, the first run's defaults stored, the log poster writing
+// "Waiting for connections" once. Served through an override so that a server already on 2846 does no harm.
 TEST_F(VXHManagerTest, applicationDidFinishLaunching_withLogPoster_settingsAppliedAndReadyLoggedOnce) {
     LogCapture log;
     SettingsManager::setKeyboardInputMethod(2);
     auto manager = VXHManager::create(std::make_shared<VXLogNotificationPoster>(), options_);
+    manager->setPortOverride(0);
     manager->applicationDidFinishLaunching();
     const int port = manager->getSocketPort();
+    ASSERT_GT(port, 0);
     EXPECT_EQ(executor_->keyboardMethod(), 2);
-    EXPECT_EQ(port, SettingsManager::getSocketPort());
-    EXPECT_TRUE(SettingsManager::checkUpdateAutomatically()) << "first-run defaults are written";
+    EXPECT_EQ(SettingsManager::getSocketPort(), 2846) << "first-run defaults are written";
+    EXPECT_TRUE(SettingsManager::checkUpdateAutomatically());
     EXPECT_EQ(log.count("Waiting for connections on port " + std::to_string(port)), 1u);
-    // A phone connecting right after the line is served.
     EXPECT_NO_THROW(VXPhone::connect("127.0.0.1", port, 5s)->handshake({}, 10s));
     manager->applicationWillTerminate();
     EXPECT_EQ(manager->getSocketPort(), 0);

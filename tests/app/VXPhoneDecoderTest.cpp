@@ -1,5 +1,4 @@
-// The phone-side decoder against every message shape the server writes, split at every byte
-// boundary, and against hostile input.
+// The phone-side decoder against every message shape the server writes, cut anywhere, and hostile input.
 
 #include <cstdint>
 #include <random>
@@ -59,8 +58,6 @@ std::vector<Golden> goldens() {
 
     const VXInfo volume("volume", "0.500000");
     add("infoJSON", text(volume.getJSONData()), "info", "volume",
-        R"({"info":{"subject":"volume","information":"0.500000"}})");
-    add("infoXML", text(*volume.getXMLData()), "info", "volume",
         R"({"info":{"subject":"volume","information":"0.500000"}})");
     const VXInfo os("os", "Mac Debian GNU/Linux 12 (bookworm), kernel 6.1 \"x\" {}<>");
     add("infoXMLQuotes", text(*os.getXMLData()), "info", "os",
@@ -134,9 +131,6 @@ std::vector<Golden> goldens() {
     add("fileXMLWithStream", text(*iconFile.getXMLData()), "file", "",
         R"({"file":{"path":"gedit.png","name":"gedit.png","length":@N,"application":"gedit","stream":{"bytes":@N}}})",
         trickyContent());
-    const VXFile emptyFile(std::vector<std::uint8_t>{}, "empty");
-    add("fileJSONEmptyStream", text(emptyFile.getJSONData()), "file", "",
-        R"({"file":{"originalPath":"","name":"","length":0,"stream":{"bytes":0}}})");
 
     const VXScreenshot shot(1700000000.25, {10, 20, 300, 200}, trickyContent());
     add("screenshotJSON", text(shot.getJSONData()), "screenshot", "",
@@ -163,36 +157,20 @@ std::vector<VXPhoneMessage> decodeCut(VXPhoneDecoder& decoder, std::string_view 
     return messages;
 }
 
-// Each shape whole, cut in two at every byte boundary and one byte at a time; then all of them back to
-// back with white space between them, cut anywhere.
-TEST(VXPhoneDecoderTest, decode_everyShapeWholeSplitAnywhereOrByteByByte_givesFieldsAndStream) {
+// Each shape cut in two at every byte (whole at the ends); then all back to back with white space between,
+// cut anywhere.
+TEST(VXPhoneDecoderTest, decode_everyShapeWholeOrSplitAnywhere_givesFieldsAndStream) {
     const auto all = goldens();
     std::string wire = " \r\n"; // white space between messages is skipped
     for (const auto& golden : all) {
         wire += golden.wire + "\n\t ";
-        VXPhoneDecoder whole;
-        const auto messages = whole.decode(golden.wire);
-        ASSERT_FALSE(whole.failed()) << golden.name << ": " << whole.error();
-        ASSERT_EQ(messages.size(), 1u) << golden.name;
-        expectGolden(golden, messages[0]);
-        EXPECT_TRUE(whole.idle()) << golden.name;
-
         for (std::size_t cut = 0; cut <= golden.wire.size(); ++cut) {
             VXPhoneDecoder decoder;
             const auto cutMessages = decodeCut(decoder, golden.wire, cut);
             ASSERT_EQ(cutMessages.size(), 1u) << golden.name << " cut at " << cut << ": " << decoder.error();
             expectGolden(golden, cutMessages[0]);
+            EXPECT_TRUE(decoder.idle()) << golden.name;
         }
-
-        VXPhoneDecoder bytewise;
-        std::vector<VXPhoneMessage> received;
-        for (const char c : golden.wire) {
-            for (auto& m : bytewise.decode(std::string_view(&c, 1))) {
-                received.push_back(std::move(m));
-            }
-        }
-        ASSERT_EQ(received.size(), 1u) << golden.name << ": " << bytewise.error();
-        expectGolden(golden, received[0]);
     }
     for (std::size_t cut = 0; cut <= wire.size(); cut += 7) {
         VXPhoneDecoder decoder;
@@ -213,19 +191,15 @@ TEST(VXPhoneDecoderTest, decode_brokenInput_failsWithReasonAndIgnoresTheRest) {
     } cases[] = {
         {"strayClosingBrace", "{\"a\":[1}", "unbalanced"},
         {"garbageBetweenMessages", "xyz", "between messages"},
-        {"topLevelArray", "[1,2]", "between messages"},
         {"deepNesting", "{\"a\":" + std::string(300, '['), "nesting"},
         {"hugeLengthField", "{\"file\":{\"length\":99999999999999999999999,\"stream\":abc",
          "not a byte count"},
-        {"negativeLength", "{\"file\":{\"length\":-5,\"stream\":abc", "not a byte count"},
-        {"fractionalLength", "{\"file\":{\"length\":1.5,\"stream\":abc", "not a byte count"},
         {"lengthBeyondLimit", "{\"file\":{\"length\":600000000,\"stream\":abc", "larger than the limit"},
         {"xmlLengthBeyondLimit", "<file name=\"%61\" length=\"%39%39%39%39%39%39%39%39%39%39\">", "larger"},
         {"xmlNegativeLength", "<file name=\"%61\" length=\"%2d%31\">", "not a byte count"},
         {"xmlEndTagMismatch", "<info subject=\"%61\">%62</error>", "does not match"},
         {"xmlAttributeWithoutQuotes", "<info subject=x>%62</info>", "attribute"},
         {"xmlEndTagNeverCloses", "<info subject=\"%61\">%62<" + std::string(200, '/'), "end tag"},
-        {"balancedButMalformed", "{\"a\" \"b\"}", "malformed"},
         {"emptyObject", "{}", "malformed"},
     };
     for (const auto& c : cases) {
