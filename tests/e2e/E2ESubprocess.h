@@ -1,7 +1,6 @@
 #pragma once
 
-// A child process of an end-to-end test: the real velorixhelper or velorixctl, started with an
-// argument vector and extra environment, its standard output and error collected by threads.
+// A child process of an end-to-end test, its standard output and error collected by threads.
 
 #include <chrono>
 #include <condition_variable>
@@ -17,29 +16,24 @@ class E2ESubprocess {
 public:
     using Milliseconds = std::chrono::milliseconds;
 
-    // Starts program with args; environment entries replace (or, with an empty optional, remove) variables.
+    // Environment entries replace variables, or remove them when empty.
     E2ESubprocess(const std::string& program, const std::vector<std::string>& args,
                   const std::map<std::string, std::optional<std::string>>& environment = {});
-    // Kills the process if it still runs and reaps it.
     ~E2ESubprocess();
     E2ESubprocess(const E2ESubprocess&) = delete;
     E2ESubprocess& operator=(const E2ESubprocess&) = delete;
 
-    // The process id.
     pid_t pid() const { return pid_; }
-    // Sends a signal.
     void signal(int number) const;
-    // Waits for the end; its exit status (128 + n for a signal n), or nothing when it still runs after
-    // timeout.
+    // The exit status (128 + n for signal n), or nothing while it still runs after timeout.
     std::optional<int> wait(Milliseconds timeout);
 
-    // What the process wrote to standard output / standard error so far.
     std::string output() const;
     std::string errors() const;
-    // Waits until standard error holds text (or the process ended); returns the line holding it, if any.
+    // Waits until standard error holds text; the line holding it, if any.
     std::optional<std::string> waitForError(const std::string& text, Milliseconds timeout);
 
-    // Runs a program to its end (killed after timeout) and returns its exit status and output.
+    // Runs a program to its end (killed after timeout).
     struct Result {
         int status = -1;
         std::string output;

@@ -1,4 +1,5 @@
-// The real velorixhelper advertised through the real avahi-daemon, before and after the daemon restarts.
+// The real velorixhelper advertised through the real avahi-daemon, before and after the daemon restarts
+// (also the case of a daemon that is absent when the server starts: the same waiting state).
 
 #include "VelorixHelperE2ETest.h"
 #include "support/TestPlatform.h"
@@ -32,6 +33,13 @@ TEST_F(VelorixHelperDNSSDTest, headless_serving_browsableWithItsPortAlsoAfterThe
                                                        << server->errors();
     server->signal(SIGTERM);
     EXPECT_EQ(server->wait(30s), 0);
+    const auto errors = server->errors();
+    std::size_t waits = 0;
+    for (auto at = errors.find("daemon is not running"); at != std::string::npos;
+         at = errors.find("daemon is not running", at + 1)) {
+        ++waits;
+    }
+    EXPECT_EQ(waits, 1u) << "one line while no daemon runs\n" << errors;
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #pragma once
 
-// The fixture of the end-to-end tests: the real velorixhelper, started headless with a temporary
-// home, and velorixctl run against it.
+// The real velorixhelper and velorixctl, run with a temporary home.
 
 #include <gtest/gtest.h>
 
@@ -33,14 +32,6 @@ protected:
             return 0;
         }
         return std::stoi(line->substr(line->rfind(' ') + 1));
-    }
-
-    // The first launch writes the default settings (port 2846 among them): later runs keep what is stored.
-    void firstLaunch() {
-        auto server = startServer({"--headless", "--port", "0"});
-        ASSERT_GT(waitForPort(*server), 0) << server->errors();
-        server->signal(SIGTERM);
-        ASSERT_EQ(server->wait(std::chrono::seconds(30)), 0);
     }
 
     E2ESubprocess::Result config(const std::vector<std::string>& words) {

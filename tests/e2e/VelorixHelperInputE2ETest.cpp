@@ -115,37 +115,20 @@ TEST_F(VelorixHelperInputE2ETest, usLayout_typeAndKeys_reachTheWindow) {
 // after the switch back.
 TEST_F(VelorixHelperInputE2ETest, layoutSwitchedWhileServing_textArrivesExactlyOnEach) {
     setLayout("de");
-    EXPECT_EQ(typed("Grüße, ß@€|{}"), "Grüße, ß@€|{}");
-    EXPECT_EQ(typed("yz YZ"), "yz YZ"); // the keys that trade places between de and us
+    EXPECT_EQ(typed("Grüße, ß@€|{} yz YZ"), "Grüße, ß@€|{} yz YZ"); // y and z trade places on de
     setLayout("us");
     EXPECT_EQ(typed("yz@{"), "yz@{");
 }
 
-// What a phone sends over the network may name no key: the server answers with an error, or, for a
-// modifier mark it does not know (a raise out of the executor), ends that phone's session. Either way
-// nothing is typed and the server goes on serving the next phone.
+// An unknown key is answered with an error; an unknown modifier mark (a raise out of the executor) ends that
+// phone's session. Nothing is typed either way and the server serves the next phone.
 TEST_F(VelorixHelperInputE2ETest, instructionsNamingNoKey_refusedNothingTyped_serverTypesOn) {
-    constexpr int kErrorAnswered = 1;
-    constexpr int kConnectionLost = 3;
-    const struct {
-        std::string instruction;
-        int status;
-    } cases[] = {
-        {"nosuchkeyname", kErrorAnswered},
-        {"#1 #1", kErrorAnswered},
-        {std::string(5000, 'q'), kErrorAnswered},
-        {"#5 a", kConnectionLost},
-        {"#2 #9 x", kConnectionLost},
-    };
     window_.clear();
-    for (const auto& c : cases) {
-        const auto shown = "'" + c.instruction.substr(0, 20) + "': ";
-        const auto result = ctlToWindow("key", c.instruction);
-        EXPECT_EQ(result.status, c.status) << shown << result.output << result.errors;
-        if (c.status == kErrorAnswered) {
-            EXPECT_NE(result.output.find("\"error\""), std::string::npos) << shown << result.output;
-        }
-    }
+    const auto unknown = ctlToWindow("key", "nosuchkeyname");
+    EXPECT_EQ(unknown.status, 1) << unknown.output << unknown.errors;
+    EXPECT_NE(unknown.output.find("\"error\""), std::string::npos) << unknown.output;
+    const auto mark = ctlToWindow("key", "#5 a");
+    EXPECT_EQ(mark.status, 3) << mark.output << mark.errors; // connection lost
     EXPECT_TRUE(server_->waitForError("Comunication error", 10s).has_value()) << server_->errors();
     const auto ok = ctlToWindow("type", "ok");
     EXPECT_EQ(ok.status, 0) << ok.errors;
