@@ -19,9 +19,8 @@ TEST(PZJSONValue, getValue_table_convertsBareValues) {
         std::optional<PZValue> value;
     };
     const Case cases[] = {
-        {"null", PZValue()},  {"true", PZValue(true)}, {"false", PZValue(false)}, {"12.5", PZValue(12.5)},
-        {"-3", PZValue(-3)},  {"1e2", PZValue(100)},   {"abc", PZValue(0)},       {"", PZValue(0)},
-        {"True", PZValue(0)}, {"7}", PZValue(7)},      {"1.2.3", std::nullopt},   {"..", std::nullopt},
+        {"null", PZValue()}, {"true", PZValue(true)}, {"false", PZValue(false)}, {"12.5", PZValue(12.5)},
+        {"-3", PZValue(-3)}, {"1e2", PZValue(100)},   {"", PZValue(0)},          {"1.2.3", std::nullopt},
     };
     LogCapture log{LogCapture::Echo::Silenced};
     for (const auto& c : cases) {

@@ -1,15 +1,14 @@
 #pragma once
 
-// Helpers shared by the protocol tests: an independent raw URL encoder for golden texts, byte
-// conversions and a temporary home directory.
+// Helpers shared by the protocol tests.
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -49,9 +48,8 @@ inline std::string text(const std::vector<std::uint8_t>& data) {
 }
 
 inline std::string contents(const std::filesystem::path& path) {
-    std::stringstream read;
-    read << std::ifstream(path, std::ios::binary).rdbuf();
-    return read.str();
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // The permission bits of path, or -1 when it cannot be read.
@@ -68,9 +66,7 @@ inline PZDictionary dict(std::vector<std::string> keys, std::vector<PZValue> val
 class TemporaryHome {
 public:
     TemporaryHome() {
-        if (const char* old = std::getenv("HOME")) {
-            oldHome_ = old;
-        }
+        oldHome_ = std::getenv("HOME") ? std::optional<std::string>(std::getenv("HOME")) : std::nullopt;
         std::string pattern = (std::filesystem::temp_directory_path() / "vxh-home-XXXXXX").string();
         path_ = ::mkdtemp(pattern.data());
         std::filesystem::create_directory(path_ / "tmp");

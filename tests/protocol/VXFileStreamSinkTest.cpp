@@ -68,17 +68,25 @@ TEST(VXFileStreamSink, open_missingFolderOrUnsafeName_makesNothing) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(home.tmp()), {}), 0);
 }
 
-TEST(VXFileStreamSink, openNamedStream_existingFile_isReplacedWithAPrivateOne) {
+TEST(VXFileStreamSink, openNamedStream_existingFileOrLink_isReplacedWithAPrivateOne) {
     vxtest::TemporaryHome home;
     const auto path = home.tmp() / "report.txt";
     { std::ofstream(path) << "a much longer old content"; }
     std::filesystem::permissions(path, std::filesystem::perms::all);
+    const auto victim = home.path() / "victim";
+    { std::ofstream(victim) << "keep"; }
+    std::filesystem::create_symlink(victim, home.tmp() / "link");
     VXFileStreamSink sink(home.tmp().string());
     ASSERT_EQ(sink.openNamedStream("report.txt"), path.string());
     write(sink, "new");
+    ASSERT_TRUE(sink.openNamedStream("link"));
+    write(sink, "xy");
     sink.finish();
     EXPECT_EQ(contents(path), "new");
     EXPECT_EQ(mode(path), 0600);
+    EXPECT_EQ(contents(victim), "keep");
+    EXPECT_FALSE(std::filesystem::is_symlink(home.tmp() / "link"));
+    EXPECT_EQ(contents(home.tmp() / "link"), "xy");
 }
 
 } // namespace

@@ -22,7 +22,6 @@ TEST(VXRequest, isEqualToRequest_table_comparesTypeTextAndArguments) {
         bool equal;
     };
     const Case cases[] = {
-        {"same", VXRequest("info", "os"), VXRequest("info", "os"), true},
         {"bothWithoutText", VXRequest("appList"), VXRequest("appList"), true},
         {"oneWithoutText", VXRequest("appList"), VXRequest("appList", ""), false},
         {"otherType", VXRequest("info", "os"), VXRequest("file", "os"), false},
@@ -41,13 +40,9 @@ TEST(VXRequest, isEqualToRequest_table_comparesTypeTextAndArguments) {
 
 TEST(VXCommand, sortKeyboardInstruction_table_sortsAllButTheLastWord) {
     const std::pair<const char*, const char*> cases[] = {
-        {"shift cmd a", "cmd shift a"},
-        {"a", "a"},
-        {"", ""},
-        {"shift alt ctrl cmd Return", "alt cmd ctrl shift Return"},
+        {"shift cmd a", "cmd shift a"}, {"a", "a"}, {"", ""},
         {"Shift alt x", "Shift alt x"}, // plain byte order: upper case sorts first
-        {"z a", "z a"},
-        {"b  a c", " a b c"}, // the empty word of a double space sorts first
+        {"b  a c", " a b c"},           // the empty word of a double space sorts first
     };
     for (const auto& [input, sorted] : cases) {
         EXPECT_EQ(VXCommand::sortKeyboardInstruction(input), sorted) << input;
@@ -74,11 +69,9 @@ TEST(VXProcess, compareOnPid_table_ordersByPidOrNameForZero) {
     };
     const Case cases[] = {
         {VXProcess("a", 10), VXProcess("b", 5), std::weak_ordering::greater},
-        {VXProcess("b", 5), VXProcess("a", 10), std::weak_ordering::less},
         {VXProcess("a", 5), VXProcess("z", 5), std::weak_ordering::equivalent},
         {VXProcess("Zed", 0), VXProcess("alpha", 0), std::weak_ordering::greater},
         {VXProcess("ALPHA", 0), VXProcess("alpha", 0), std::weak_ordering::equivalent},
-        {VXProcess("Mac", -1), VXProcess("Applications", -2), std::weak_ordering::greater},
         {VXProcess("x", 0), VXProcess("a", -2), std::weak_ordering::greater},
     };
     for (const auto& c : cases) {

@@ -17,10 +17,10 @@ namespace {
 
 constexpr std::uint32_t XML = VXTranslator::kProtocolXML;
 constexpr std::uint32_t JSON = VXTranslator::kProtocolJSON;
-template <class T> using P = std::shared_ptr<T>;
+template <class M> using P = std::shared_ptr<M>;
+using T = VXTranslator;
 
-// Keeps each stream in memory and records it in calls when finished, as "stream <path>=<content>".
-// Streams are named "mem:<name>", or "mem:<n>" for the n-th one.
+// Records each finished stream in calls as "stream mem:<name or n-th>=<content>".
 class MemorySink : public VXStreamSink {
 public:
     explicit MemorySink(std::vector<std::string>& calls) : calls_(calls) {}
@@ -43,9 +43,8 @@ private:
     std::string content_;
 };
 
-// A translator whose delegate, process lookup and (unless it writes real files) stream sink record
-// every call as one line of text. The lookup knows one process, 321 "gedit". The delegate switches
-// the translator to JSON when it gets a message of kind switchOn.
+// A translator whose delegate, lookup (knowing only 321 "gedit") and memory sink record every call as a
+// line; the delegate switches to JSON on a message of kind switchOn.
 struct Reader : VXTranslatorDelegate, VXProcessNameLookup {
     explicit Reader(std::uint32_t protocol = JSON, bool realFiles = false) {
         if (!realFiles) {
@@ -68,22 +67,20 @@ struct Reader : VXTranslatorDelegate, VXProcessNameLookup {
         calls.push_back("lookup " + std::to_string(pid));
         return pid == 321 ? std::optional<std::string>("gedit") : std::nullopt;
     }
-    void translatorDidGetCommand(VXTranslator&, P<VXCommand> m) override {
+    void translatorDidGetCommand(T&, P<VXCommand> m) override {
         record(dynamic_cast<VXTrackpadCommand*>(m.get()) ? "trackpad" : "cmd", m->getJSONString());
     }
-    void translatorDidGetRequest(VXTranslator&, P<VXRequest> m) override {
+    void translatorDidGetRequest(T&, P<VXRequest> m) override {
         requests.push_back(m);
         record("request", m->getJSONString() + (m->arguments() ? "" : " noargs"));
     }
-    void translatorDidGetInfo(VXTranslator&, P<VXInfo> m) override { record("info", m->getJSONString()); }
-    void translatorDidGetError(VXTranslator&, P<VXError> m) override { record("error", m->getJSONString()); }
-    void translatorDidGetProcess(VXTranslator&, P<VXProcess> m) override {
-        record("process", m->getJSONString());
-    }
-    void translatorDidGetProcessList(VXTranslator&, P<VXProcessList> m) override {
+    void translatorDidGetInfo(T&, P<VXInfo> m) override { record("info", m->getJSONString()); }
+    void translatorDidGetError(T&, P<VXError> m) override { record("error", m->getJSONString()); }
+    void translatorDidGetProcess(T&, P<VXProcess> m) override { record("process", m->getJSONString()); }
+    void translatorDidGetProcessList(T&, P<VXProcessList> m) override {
         record("processList", m->getJSONString());
     }
-    void translatorDidGetFile(VXTranslator&, P<VXFile> m) override {
+    void translatorDidGetFile(T&, P<VXFile> m) override {
         std::string line = "local=" + m->localPath().value_or("<none>") +
                            " original=" + m->originalPath().value_or("<none>") +
                            " name=" + m->name().value_or("<none>");
@@ -93,7 +90,7 @@ struct Reader : VXTranslatorDelegate, VXProcessNameLookup {
         files.push_back(m);
         record("file", line);
     }
-    void translatorDidGetDirectory(VXTranslator&, P<VXDirectory> m) override {
+    void translatorDidGetDirectory(T&, P<VXDirectory> m) override {
         std::string line = m->getJSONString();
         for (const auto& element : m->elements()) {
             const auto& message = std::get<P<VXTranslationProtocol>>(element);
@@ -105,8 +102,7 @@ struct Reader : VXTranslatorDelegate, VXProcessNameLookup {
         }
         record("directory", line);
     }
-    void translatorDidExceedLimit(VXTranslator&, VXTranslatorLimit limit,
-                                  const std::string& reason) override {
+    void translatorDidExceedLimit(T&, VXTranslatorLimit limit, const std::string& reason) override {
         record("limit", std::to_string(static_cast<int>(limit)) + " " + reason);
     }
 
@@ -131,11 +127,9 @@ struct Case {
     std::vector<std::string> logs = {};
 };
 
-const std::string kTrackpad = "%74%72%61%63%6b%70%61%64";
-
 // Each kind of message comes with more members before it comes with fewer, for the carry-over test.
 std::vector<Case> goldenCases(std::uint32_t protocol) {
-    const std::string trackpad = kTrackpad;
+    const std::string trackpad = "%74%72%61%63%6b%70%61%64";
     const auto noShift = [&](const std::string& pid) {
         return R"j(trackpad {"type":")j" + trackpad + R"j(","pid":)j" + pid +
                R"j(,"touch":0,"fingers":0,"tapCount":0,"shift":{"x":0.000000,"y":0.000000}})j";
@@ -143,50 +137,30 @@ std::vector<Case> goldenCases(std::uint32_t protocol) {
     if (protocol == XML) {
         return {
             {"requestWithArguments",
-             R"j(<request type=")j" + E("screenshot") + R"j(" SSTime="%31"  SSRect = "%30%3b%30">)j" +
-                 "</request >",
-             {R"j(request {"type":")j" + E("screenshot") +
-              R"j(","text":"","SSTime":"%31","SSRect":"%30%3b%30"})j"}},
-            {"request",
-             R"j(<request type=")j" + E("info") + R"j(">)j" + E("protocol") + "</request>",
-             {R"j(request {"type":")j" + E("info") + R"j(","text":")j" + E("protocol") + R"j("})j"}},
-            {"info",
-             R"j(<info subject=")j" + E("app") + R"j(">)j" + E("Remote") + "</info>",
-             {R"j(info {"subject":")j" + E("app") + R"j(","information":")j" + E("Remote") + R"j("})j"}},
-            {"infoWithoutContent",
-             R"j(<info subject="%61"></info>)j",
-             {R"j(info {"subject":"%61","information":""})j"}},
-            {"process",
-             R"j(<process pid="%34%32">)j" + E("Finder") + "</process>",
-             {R"j(process {"name":")j" + E("Finder") + R"j(","pid":42})j"}},
+             R"j(<request type="%73" SSTime="%31"  SSRect = "%30%3b%30"></request >)j",
+             {R"j(request {"type":"%73","text":"","SSTime":"%31","SSRect":"%30%3b%30"})j"}},
             {"trackpad",
              R"j(<cmd type=")j" + trackpad +
-                 R"j(" pid="%33" touch="%31" fingers="%32" tapCount="%30" zoom="%2d%32">)j" +
+                 R"j(" pid="%33" touch="%31" fingers="%32" tapCount="%30" rotation="%35" zoom="%2d%32">)j" +
                  E("1.50;-2.00") + "</cmd>",
              {R"j(trackpad {"type":")j" + trackpad +
-              R"j(","pid":3,"touch":1,"fingers":2,"tapCount":0,"shift":{"x":1.500000,"y":-2.000000},"zoom":-2})j"}},
+              R"j(","pid":3,"touch":1,"fingers":2,"tapCount":0,"shift":{"x":1.500000,"y":-2.000000},"rotation":5,"zoom":-2})j"}},
             {"trackpadContentOfThreeParts",
              R"j(<cmd type=")j" + trackpad + R"j(" pid="%31">)j" + E("1;2;3") + "</cmd>",
              {noShift("1")}},
-            {"trackpadContentOfOnePart",
-             R"j(<cmd type=")j" + trackpad + R"j(" pid="%32">%35</cmd>)j",
-             {noShift("2")}},
             {"trackpadWithoutContent",
              R"j(<cmd type=")j" + trackpad + R"j(" pid="%33"></cmd>)j",
              {noShift("3")}},
             {"commandWithName",
-             R"j(<cmd type=")j" + E("keyboard") + R"j(" pid="%30" processName=")j" + E("Finder") + R"j(">)j" +
-                 E("cmd a") + "</cmd>",
-             {R"j(cmd {"type":")j" + E("keyboard") + R"j(","pid":0,"processName":")j" + E("Finder") +
-              R"j(","instruction":")j" + E("cmd a") + R"j("})j"}},
+             R"j(<cmd type="%6b" pid="%30" processName="%46">%61</cmd>)j",
+             {R"j(cmd {"type":"%6b","pid":0,"processName":"%46","instruction":"%61"})j"}},
             {"capitalTrackpadIsAPlainCommand",
-             R"j(<cmd type=")j" + E("Trackpad") + R"j(" pid="%33%32%31">)j" + E("1.50;-2.00") + "</cmd>",
+             R"j(<cmd type=")j" + E("Trackpad") + R"j(" pid="%33%32%31">)j" + E("1;2") + "</cmd>",
              {"lookup 321", R"j(cmd {"type":")j" + E("Trackpad") + R"j(","pid":321,"processName":")j" +
-                                E("gedit") + R"j(","instruction":")j" + E("1.50;-2.00") + R"j("})j"}},
+                                E("gedit") + R"j(","instruction":")j" + E("1;2") + R"j("})j"}},
             {"fileThenRequest",
-             R"j(<file name=")j" + E("up.bin") +
-                 R"j(" length="%33">a<b</file><request type="%61">%62</request>)j",
-             {"stream mem:up.bin=a<b", R"j(request {"type":"%61","text":"%62"})j"}},
+             R"j(<file name="%75" length="%33">a<b</file><request type="%61">%62</request>)j",
+             {"stream mem:u=a<b", R"j(request {"type":"%61","text":"%62"})j"}},
             {"junkBetweenElements",
              R"j(xx <info subject="%61">%62</info> yy > <info subject="%63">%64</info>)j",
              {R"j(info {"subject":"%61","information":"%62"})j",
@@ -195,59 +169,36 @@ std::vector<Case> goldenCases(std::uint32_t protocol) {
     }
     return {
         {"requestWithTextAndArguments",
-         R"j({"request":{"type":")j" + E("screenshot") +
-             R"j(","text":"%61","SSTime":"%31","n":2.5,"o":{"k":[1,true,null]}}})j",
-         {R"j(request {"type":")j" + E("screenshot") + R"j(","text":"%61","SSTime":"%31","n":2.5})j"}},
+         R"j({"request":{"type":"%73","text":"%61","SSTime":"%31","n":2.5,"o":{"k":[1,true,null]}}})j",
+         {R"j(request {"type":"%73","text":"%61","SSTime":"%31","n":2.5})j"}},
         {"plainAndBackslashTextsAreNotUnescaped",
          R"j({"request":{"type":"%61","text":"plain\","%41":"%42\"}})j",
          {R"j(request {"type":"%61","text":"","%41":"%42"})j"}},
-        {"request",
-         R"j({"request":{"type":"%69%6e%66%6f"}})j",
-         {R"j(request {"type":"%69%6e%66%6f","text":"(null)"})j"}},
         {"trackpadAllMembersUpperCaseType",
          R"j({"cmd":{"type":")j" + E("TrackPad") +
              R"j(","pid":3,"touch":2,"fingers":3,"tapCount":1,"rotation":-4,"zoom":7,"shift":{"x":0.1,"y":"%31"},"instruction":"%61"}})j",
          {R"j(trackpad {"type":")j" + trackpad +
           R"j(","pid":3,"touch":2,"fingers":3,"tapCount":1,"shift":{"x":0.100000,"y":0.000000},"rotation":-4,"zoom":7})j"}},
-        {"trackpad",
-         R"j({"cmd":{"type":")j" + trackpad + R"j(","pid":3,"shift":{"x":1.5,"y":-2}}})j",
-         {R"j(trackpad {"type":")j" + trackpad +
-          R"j(","pid":3,"touch":0,"fingers":0,"tapCount":0,"shift":{"x":1.500000,"y":-2.000000}})j"}},
         {"trackpadWithoutShift", R"j({"cmd":{"type":")j" + trackpad + R"j(","pid":5}})j", {noShift("5")}},
         {"commandWithName",
-         R"j({"cmd":{"type":")j" + E("keyboard") + R"j(","pid":9,"processName":")j" + E("Finder") +
-             R"j(","instruction":")j" + E("cmd a") + R"j("}})j",
-         {R"j(cmd {"type":")j" + E("keyboard") + R"j(","pid":9,"processName":")j" + E("Finder") +
-          R"j(","instruction":")j" + E("cmd a") + R"j("})j"}},
-        {"knownPidWithNameIsNotLookedUp",
-         R"j({"cmd":{"type":"%61","pid":321,"processName":"%78"}})j",
-         {R"j(cmd {"type":"%61","pid":321,"processName":"%78","instruction":"(null)"})j"}},
+         R"j({"cmd":{"type":"%6b","pid":9,"processName":"%46","instruction":"%61"}})j",
+         {R"j(cmd {"type":"%6b","pid":9,"processName":"%46","instruction":"%61"})j"}},
         {"commandNameLookedUp",
-         R"j({"cmd":{"type":")j" + E("focus") + R"j(","pid":321}})j",
-         {"lookup 321", R"j(cmd {"type":")j" + E("focus") + R"j(","pid":321,"processName":")j" + E("gedit") +
+         R"j({"cmd":{"type":"%66","pid":321}})j",
+         {"lookup 321", R"j(cmd {"type":"%66","pid":321,"processName":")j" + E("gedit") +
                             R"j(","instruction":"(null)"})j"}},
-        {"unknownPidLeavesTheNameAbsent",
-         R"j({"cmd":{"type":"%61","pid":55,"instruction":"%62"}})j",
-         {"lookup 55", R"j(cmd {"type":"%61","pid":55,"processName":"(null)","instruction":"%62"})j"}},
         {"firstKeyInFixedOrderDecides",
          R"j({"request":{"type":"%72"},"info":{"subject":"%61","information":"%62"},"cmd":{"type":"%6b"}})j",
          {"lookup 0", R"j(cmd {"type":"%6b","pid":0,"processName":"(null)","instruction":"(null)"})j"}},
         {"keyWithoutObjectDoesNotDecide",
          R"j({"cmd":5,"request":{"type":"%72"}})j",
          {R"j(request {"type":"%72","text":"(null)"})j"}},
-        {"info",
-         R"j({"info":{"subject":")j" + E("protocol") + R"j(","information":"%31"}})j",
-         {R"j(info {"subject":")j" + E("protocol") + R"j(","information":"%31"})j"}},
         {"error",
-         R"j({"error":{"type":")j" + E("user") + R"j(","code":-3.7,"message":")j" + E("BAD") + R"j("}})j",
-         {R"j(error {"type":")j" + E("user") + R"j(","code":-3,"message":")j" + E("BAD") + R"j("})j"}},
-        {"errorWithoutMessage",
-         R"j({"error":{"type":"%61","code":2}})j",
-         {R"j(error {"type":"%61","code":2,"message":"(null)"})j"}},
+         R"j({"error":{"type":"%75","code":-3.7,"message":"%42"}})j",
+         {R"j(error {"type":"%75","code":-3,"message":"%42"})j"}},
         {"process",
          R"j({"process":{"name":"%61","pid":12,"path":"%2f"}})j",
          {R"j(process {"name":"%61","pid":12,"path":"%2f"})j"}},
-        {"processWithPidOnly", R"j({"process":{"pid":13}})j", {R"j(process {"name":"(null)","pid":13})j"}},
         {"processList",
          R"j({"processList":{"name":"%6c","elements":[{"name":"%61","pid":1},{"pid":"%32"},7,{"pid":3}]}})j",
          {R"j(processList {"name":"%6c","elements":[{"name":"%61","pid":1},{"name":"(null)","pid":3}]})j"}},
@@ -278,6 +229,7 @@ std::vector<Case> malformedCases(std::uint32_t protocol) {
         const std::string call = R"j(process {"name":"%61","pid":7})j";
         const std::string noSlash = "VXTranslator error: after < there isn't '/'";
         const std::string saved = "file creato e salvato ( '<' ?=? '<' )";
+        const std::string tooLong = "limit 2 stream longer than 512 MiB";
         const auto file = [&](const std::string& name) {
             return R"j(<file name=")j" + E(name) + R"j(" length="%32">xy</file>)j" + process;
         };
@@ -302,33 +254,48 @@ std::vector<Case> malformedCases(std::uint32_t protocol) {
               noSlash, "VXTranslator error: did get file without name", saved}},
             // Only the last component of a file name is used, and never "", "." or "..".
             {"fileNameGoingUp", file("../../etc/passwd"), {"stream mem:passwd=xy", call}, {saved}},
-            {"fileNameAbsolute", file("/abs/name.txt"), {"stream mem:name.txt=xy", call}, {saved}},
             {"fileNameDotDot", file(".."), {call}, {saved}},
-            {"fileNameDot", file("."), {call}, {saved}},
-            {"fileNameEmpty", file(""), {call}, {saved}},
             {"fileNameOfAFolder", file("dir/"), {call}, {saved}},
-            {"fileNameEndingInDotDot", file("a/.."), {call}, {saved}},
+            {"streamOver512MiB", R"j(<file name="%61" length=")j" + E("536870913") + R"j(">)j", {tooLong}},
         };
     }
     const std::string unexpected = "ERRORE NEL PARSING DEL JSON: carattere inaspettato ";
     const std::string points = "getValue error to get number: too much points";
     const std::string value = "setEndOfLastObject error value";
+    const std::string stream = "STREAMMMMM";
+    const std::string tooLong = "limit 2 stream longer than 512 MiB";
+    const std::string request = R"j({"request":{"type":"%61"}})j";
     return {
-        {"requestWithoutType", R"j({"request":{"text":"%61"}})j", {}},
+        // A stream without a usable length is empty and swallows one byte.
+        {"streamLengthAbsent",
+         R"j({"file":{"stream":X}})j",
+         {"stream mem:0=", "file local=mem:0 original=<none> name=<none> stream"},
+         {stream, "STREAM di lunghezza 0"}},
+        {"streamLengthNotANumber",
+         R"j({"file":{"length":"%33","stream":X}})j",
+         {"stream mem:0=", "file local=mem:0 original=<none> name=<none> length stream"},
+         {stream, "STREAM di lunghezza 0"}},
+        {"streamLengthZero",
+         R"j({"file":{"length":0,"stream":X}})j",
+         {"stream mem:0=", "file local=mem:0 original=<none> name=<none> length stream"},
+         {stream, "STREAM di lunghezza 0"}},
+        {"streamOf512MiB",
+         R"j({"file":{"length":536870912,"stream":)j",
+         {},
+         {stream, "STREAM di lunghezza 536870912"}},
+        {"streamOver512MiB", R"j({"file":{"length":536870913,"stream":)j", {tooLong}, {stream}},
+        {"streamNegative", R"j({"file":{"length":-1,"stream":)j", {tooLong}, {stream}},
+        {"nesting256Levels",
+         std::string(256, '[') + std::string(256, ']') + request,
+         {R"j(request {"type":"%61","text":"(null)"})j"}},
+        {"nesting257Levels", std::string(257, '['), {"limit 1 message nested more than 256 levels deep"}},
         {"requestNumericType", R"j({"request":{"type":5}})j", {}},
-        {"commandWithoutType", R"j({"cmd":{"pid":1}})j", {}},
         {"commandThatDoesNotQualifyStillDecides", R"j({"cmd":{"pid":1},"request":{"type":"%72"}})j", {}},
         {"infoWithoutInformation", R"j({"info":{"subject":"%61"}})j", {}},
-        {"infoNumericInformation", R"j({"info":{"subject":"%61","information":1}})j", {}},
         {"errorWithoutCode", R"j({"error":{"type":"%61","message":"%62"}})j", {}},
-        {"errorBooleanCode", R"j({"error":{"type":"%61","code":true}})j", {}},
         {"processWithoutPid", R"j({"process":{"name":"%61"}})j", {}},
-        {"listIsIgnored", R"j({"list":{"elements":[]}})j", {}},
-        {"screenshotIsIgnored", R"j({"screenshot":{"time":1,"length":0}})j", {}},
         {"unknownKey", R"j({"hello":{"type":"%61"}})j", {}},
-        {"bodyNotAnObject", R"j({"request":"%61"})j", {}},
         {"tabStartsABareValue", "{\"request\":{\"type\":\t\"%69\"}}", {}},
-        {"topLevelArrayOfRequests", R"j([{"request":{"type":"%61"}}])j", {}},
         {"emptyObjectWaitsForAKey",
          R"j({}{"request":{"type":"%61"}})j",
          {R"j(request {"type":"%61","text":"(null)"})j"},
@@ -347,7 +314,6 @@ std::vector<Case> malformedCases(std::uint32_t protocol) {
         // first closing brace ends the pseudo-message; the second starts a bare value, which swallows
         // the message after it too.
         {"topLevelBareValue", R"j(5 {"request":{"type":"%69"}}{"request":{"type":"%69"}})j", {}},
-        {"topLevelString", R"j("%61"{"request":{"type":"%69"}}{"request":{"type":"%69"}})j", {}},
         // Nothing is reset after a number with two points: every closing brace tries it again, and the
         // next message is not read either.
         {"numberWithTwoPoints",
@@ -441,13 +407,9 @@ TEST(VXTranslatorJSON, translateBytes_fileUploadWithFileSink_writesContentToHome
     ASSERT_TRUE(file.localPath());
     const std::filesystem::path path(*file.localPath());
     EXPECT_EQ(path.parent_path(), home.tmp());
-    EXPECT_EQ(path.filename().string().size(), 36u);
     EXPECT_EQ(vxtest::contents(path), content);
-    EXPECT_EQ(vxtest::mode(path), 0600);
     EXPECT_EQ(*file.attributes()->findString("stream"), *file.localPath());
     EXPECT_EQ(*file.attributes()->findNumber("length"), static_cast<double>(content.size()));
-    EXPECT_EQ(log.count("STREAMMMMM"), 1u);
-    EXPECT_EQ(log.count("STREAM di lunghezza " + std::to_string(content.size())), 1u);
 
     // Without the folder the bytes are dropped and the file has no local path; the folder is not made.
     std::filesystem::remove_all(home.tmp());
@@ -458,78 +420,27 @@ TEST(VXTranslatorJSON, translateBytes_fileUploadWithFileSink_writesContentToHome
     EXPECT_FALSE(std::filesystem::exists(home.tmp()));
 }
 
-TEST(VXTranslatorJSON, prepareForStream_lengthAbsentLateOrNotANumber_givesEmptyStreamAndSwallowsOneByte) {
-    for (const char* wire :
-         {R"j({"file":{"stream":X,"length":3}})j", R"j({"file":{"stream":X}})j",
-          R"j({"file":{"length":"%33","stream":X}})j", R"j({"file":{"length":true,"stream":X}})j",
-          R"j({"file":{"length":0,"stream":X}})j"}) {
-        LogCapture log{LogCapture::Echo::Silenced};
-        Reader reader;
-        reader.feed(wire);
-        ASSERT_EQ(reader.files.size(), 1u) << wire;
-        EXPECT_EQ(reader.calls[0], "stream mem:0=") << wire;
-        EXPECT_EQ(log.count("STREAM di lunghezza 0"), 1u) << wire;
-    }
-}
-
 // ---------------------------------------------------------------------------------------------
 // XML quirks
 
-TEST(VXTranslatorXML, translateBytes_serverWrittenElements_giveEqualMessages) {
-    Reader reader(XML);
-    VXRequest request("directory", "/home/u", vxtest::dict({"k"}, {PZValue("v")}));
-    VXTrackpadCommand command;
-    command.setProcess(VXProcess(std::nullopt, 9));
-    command.setShift({0.25, 3});
-    command.setRotation(-1);
-    reader.feed(*request.getXMLString() + *command.getXMLString());
-    ASSERT_EQ(reader.requests.size(), 1u);
-    EXPECT_TRUE(reader.requests[0]->isEqualToRequest(request));
-    ASSERT_EQ(reader.calls.size(), 2u);
-    EXPECT_EQ(reader.calls[1], "trackpad " + command.getJSONString());
-}
-
-// After the delegate switches to JSON on a request or info, the rest of the chunk is read as JSON;
-// on a command it stays XML.
+// After the delegate switches to JSON on a request or info the rest of the chunk is JSON; on a command it
+// stays XML.
 TEST(VXTranslatorXML, translateBytes_delegateSwitchesToJSON_restOfChunkIsJSONAfterRequestOrInfoOnly) {
-    for (const std::string kind : {"request", "info"}) {
+    const std::string rest = R"j({"cmd":{"type":"%61","pid":1}}<request type="%61">%62</request>)j";
+    for (const std::string kind : {"request", "info", "cmd"}) {
         Reader reader(XML);
         reader.switchOn = kind;
-        const std::string element =
-            kind == "info" ? R"j(<info subject="%70">%31</info>)j" : R"j(<request type="%61">%62</request>)j";
-        reader.feed(element + R"j({"cmd":{"type":"%61","pid":1}}<request type="%61">%62</request>)j");
-        ASSERT_EQ(reader.calls.size(), 3u) << kind;
-        EXPECT_EQ(reader.calls[2],
-                  R"j(cmd {"type":"%61","pid":1,"processName":"(null)","instruction":"(null)"})j");
+        reader.feed("<" + kind + R"j( type="%61" subject="%70">%31</)j" + kind + ">" + rest);
+        // On a command the JSON message is skipped as junk and the request is read as XML.
+        EXPECT_EQ(reader.calls.back(),
+                  kind == "cmd"
+                      ? R"j(request {"type":"%61","text":"%62"})j"
+                      : R"j(cmd {"type":"%61","pid":1,"processName":"(null)","instruction":"(null)"})j")
+            << kind;
         EXPECT_EQ(reader.translator.protocol(), JSON);
         // The XML element after the JSON message is misread as a bare JSON value.
-        EXPECT_EQ(reader.translator.jsonParsingState(), 2);
+        EXPECT_EQ(reader.translator.jsonParsingState(), kind == "cmd" ? 0 : 2) << kind;
     }
-    Reader reader(XML);
-    reader.switchOn = "cmd";
-    reader.feed(R"j(<cmd type="%61" processName="%62">%63</cmd><info subject="%61">%62</info>)j");
-    EXPECT_EQ(reader.calls.size(), 2u);
-}
-
-TEST(VXTranslatorXML, translateBytes_fileElementsWithFileSink_replaceFilesAndLinksWithoutFollowing) {
-    vxtest::TemporaryHome home;
-    LogCapture log{LogCapture::Echo::Silenced};
-    const auto victim = home.path() / "victim";
-    { std::ofstream(victim) << "keep"; }
-    std::filesystem::create_symlink(victim, home.tmp() / "link");
-    { std::ofstream(home.tmp() / "old") << "old content that is longer"; }
-    Reader reader(XML, true);
-    reader.feed(R"j(<file name=")j" + E("notes.txt") +
-                R"j(" length="%33">a<b</file><info subject="%61">%62</info>)j");
-    reader.feed(R"j(<file name=")j" + E("link") + R"j(" length="%32">xy</file>)j");
-    reader.feed(R"j(<file name=")j" + E("old") + R"j(" length="%31">z</file>)j");
-    EXPECT_EQ(vxtest::contents(home.tmp() / "notes.txt"), "a<b");
-    EXPECT_EQ(vxtest::mode(home.tmp() / "notes.txt"), 0600);
-    EXPECT_EQ(reader.calls, std::vector<std::string>{R"j(info {"subject":"%61","information":"%62"})j"})
-        << "no call follows a file element";
-    EXPECT_EQ(vxtest::contents(victim), "keep");
-    EXPECT_FALSE(std::filesystem::is_symlink(home.tmp() / "link"));
-    EXPECT_EQ(vxtest::contents(home.tmp() / "old"), "z");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -558,34 +469,6 @@ TEST(VXTranslatorLimits, translateBytes_messageOf15MiB_isRead) {
     reader.feed(R"j({"request":{"type":"%61","text":")j" + std::string(15 << 20, 'x') + R"j("}})j");
     EXPECT_FALSE(reader.translator.hasExceededLimit());
     EXPECT_EQ(reader.requests.size(), 1u);
-}
-
-TEST(VXTranslatorLimits, translateBytes_nesting257Levels_exceedsWhile256AreRead) {
-    Reader deep;
-    deep.feed(std::string(257, '['));
-    EXPECT_EQ(deep.calls, std::vector<std::string>{"limit 1 message nested more than 256 levels deep"});
-    Reader fine;
-    fine.feed(std::string(256, '[') + std::string(256, ']') + R"j({"request":{"type":"%61"}})j");
-    EXPECT_EQ(fine.calls, std::vector<std::string>{R"j(request {"type":"%61","text":"(null)"})j"});
-}
-
-TEST(VXTranslatorLimits, streamLength_over512MiBOrNegative_exceeds) {
-    const std::pair<std::uint32_t, std::string> cases[] = {
-        {JSON, R"j({"file":{"length":536870913,"stream":)j"},
-        {JSON, R"j({"file":{"length":-1,"stream":)j"},
-        {JSON, R"j({"file":{"length":1e300,"stream":)j"},
-        {XML, R"j(<file name="%61" length=")j" + E("536870913") + R"j(">)j"},
-        {XML, R"j(<file name="%61" length=")j" + E("-1") + R"j(">)j"},
-    };
-    for (const auto& [protocol, wire] : cases) {
-        Reader reader(protocol);
-        reader.feed(wire);
-        EXPECT_EQ(reader.calls, std::vector<std::string>{"limit 2 stream longer than 512 MiB"}) << wire;
-    }
-    Reader exact;
-    exact.feed(R"j({"file":{"length":536870912,"stream":)j");
-    EXPECT_TRUE(exact.calls.empty());
-    EXPECT_EQ(exact.translator.jsonParsingState(), 6);
 }
 
 // Quadratic lookups would keep these busy for hours; they must finish well within the timeout.
