@@ -31,6 +31,7 @@ protected:
         backends.processActivator = activator_;
         backends.systemControls = controls_;
         backends.clickDelay = clickDelay_;
+        backends.commandKey = [] { return std::string("super"); };
         executor_ = VXCommandExecute::create(backends);
         poster_->takeEvents();
     }
@@ -131,7 +132,7 @@ TEST_F(VXCommandExecuteTest, exe_keyboardMethod2_processNamedOnlyForRealPids) {
     EXPECT_EQ(run("keyboard", "#4 c", 4242, "gedit"), nullptr);
     // The script raised gedit by name, then typed.
     EXPECT_EQ(activator_->activated, (std::vector<std::int64_t>{4242, 4242}));
-    EXPECT_EQ(poster_->takeEvents(), (Events{"key+29", "key+46", "key-46", "key-29"}));
+    EXPECT_EQ(poster_->takeEvents(), (Events{"key+125", "key+46", "key-46", "key-125"})); // command: Super
     activator_->activated.clear();
     EXPECT_EQ(run("keyboard", "a", -1, "Mac"), nullptr);
     EXPECT_TRUE(activator_->activated.empty());
@@ -140,6 +141,17 @@ TEST_F(VXCommandExecuteTest, exe_keyboardMethod2_processNamedOnlyForRealPids) {
     activator_->processes[77] = "other";
     EXPECT_EQ(message(run("keyboard", "a", 77, "renamed")), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
     EXPECT_EQ(message(run("keyboard", "eject", -1)), "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+}
+
+TEST(VXCommandExecuteBareTest, execute_noBackEnds_eventsDroppedAndLoggedOnceLaunchRefused) {
+    LogCapture log;
+    {
+        const auto executor = VXCommandExecute::create({});
+        EXPECT_EQ(executor->execute(VXCommand("launch", VXProcess("", 0), "x"))->message(),
+                  "UNABLE_TO_EXECUTE_COMMAND_ERROR");
+        executor->mouse().click();
+    }
+    EXPECT_EQ(log.countContaining("synthetic pointer and key events are dropped"), 1u);
 }
 
 TEST_F(VXCommandExecuteTest, exe_keyboardUnknownMark_raisesAndReleasesTheLock) {
