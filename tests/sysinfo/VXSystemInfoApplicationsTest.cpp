@@ -95,6 +95,7 @@ TEST_F(ApplicationsFixture, getInstalledApplications_germanLocale_usesLocalisedN
 TEST_F(ApplicationsFixture, getApplicationsAtPath_anyFolder_recursesInNameOrderThroughLinkLoops) {
     EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications"))),
               (std::vector<std::string>{"Calculator", "alpha tool"}));
+    EXPECT_EQ(names(info_->getApplicationsAtPath(tree_.path("sys1/applications/"))).size(), 2u);
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("nowhere")).empty());
     EXPECT_TRUE(info_->getApplicationsAtPath(tree_.path("sys1/applications/calc.desktop")).empty());
     const std::string folder = tree_.folder("loop/applications/a");

@@ -94,7 +94,10 @@ TEST_F(PZQtRunLoopBridgeTest, backgroundObject_onMainLoop_deliveriesFromWorkerIn
     QObject::connect(&ticker, &QTimer::timeout, [&] { ++qtTicks; });
     ticker.start(1);
     std::weak_ptr<Receiver> weak = receiver;
-    PZThread::detach("worker", [object, weak] {
+    bool postedOnMain = false;
+    PZThread::detach("worker", [object, weak, &postedOnMain] {
+        // A plain post, queued before the invocations, runs no later than they do.
+        PZRunLoop::main()->post([&postedOnMain] { postedOnMain = PZRunLoop::main()->isCurrent(); });
         for (int i = 0; i < 200; ++i) {
             object->postInvocation(weak, [i](Receiver& r) {
                 r.onMainThread = r.onMainThread && PZRunLoop::main()->isCurrent();
@@ -112,6 +115,7 @@ TEST_F(PZQtRunLoopBridgeTest, backgroundObject_onMainLoop_deliveriesFromWorkerIn
     ASSERT_EQ(receiver->values.size(), 200u);
     EXPECT_TRUE(std::is_sorted(receiver->values.begin(), receiver->values.end()));
     EXPECT_TRUE(receiver->onMainThread);
+    EXPECT_TRUE(postedOnMain);
     EXPECT_GT(qtTicks, 0); // Qt's own events kept flowing
     object->invalidate();
 }
