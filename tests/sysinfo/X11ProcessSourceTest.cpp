@@ -71,7 +71,6 @@ TEST(X11ProcessSourceTest, managedWindows_onePerPidInListOrder_withTitlesAndIcon
     desktop.createWindow({first.pid(), "oneapp", "OneApp", "One, second window", "", {}});
     desktop.createWindow({0, "nopid", "NoPid", "No pid", "", {}});
     desktop.createWindow({dockOwner.pid(), "panel", "Panel", "Dock", "DOCK", {}});
-    desktop.createWindow({dockOwner.pid(), "tools", "Tools", "Utility", "UTILITY", {}});
     const auto dialog = desktop.createWindow({dialogOwner.pid(), "ask", "Ask", "Question", "DIALOG", {}});
     ASSERT_TRUE(desktop.waitUntilManaged(dialog));
 
