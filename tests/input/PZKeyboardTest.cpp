@@ -61,10 +61,7 @@ TEST_F(PZKeyboardTest, simulate_instructionsWithMethod1_postTheirKeysInOrder) {
         {"#1 A", {"key+42", "key+30", "key-30", "key-42"}},               // lowered with a modifier
         {"#2 !", {"key+29", "key+2", "key-2", "key-29"}},                 // the instruction's modifiers only
         {"€", {"key+100", "key+18", "key-18", "key-100"}},                // option map: the third level
-        {"numpad5", {"key+76", "key-76"}},
-        {"numpadreturn", {"key+96", "key-96"}}, // keypad Enter
         {"numpadesc", {"key+1", "key-1"}},
-        {"return", {"key+28", "key-28"}},
         {"eject", {"key+161", "key-161"}},   // XF86Eject's key
         {"play", {"key+164", "key-164"}},    // XF86AudioPlay's key
         {"restart", {"key+116", "key-116"}}, // XF86PowerOff's key
