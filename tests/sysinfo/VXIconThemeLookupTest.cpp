@@ -37,7 +37,6 @@ TEST_F(VXIconThemeLookupTest, findIcon_namesAndSizes_freedesktopLookupOrder) {
         {{"hicolor-app"}, 48, "icons/hicolor/48x48/apps/hicolor-app.png"},      // the fallback theme
         {{"legacy-icon"}, 48, "pixmaps/legacy-icon.png"},                       // unthemed
         {{"missing", "app-one"}, 16, "icons/TestTheme/16x16/apps/app-one.png"}, // first name found
-        {{"missing"}, 48, "(none)"},
         {{""}, 48, "(none)"},
         {{"../TestTheme/16x16/apps/app-one"}, 16, "(none)"}, // names never leave the theme folders
         {{"app-one.png"}, 16, "(none)"},

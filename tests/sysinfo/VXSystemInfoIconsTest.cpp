@@ -162,8 +162,7 @@ TEST_F(VXSystemInfoIconsTest, fileIcon_pathsAndDir_lzwTiffAtRequestedSize) {
     } cases[] = {{"DIR", std::nullopt},
                  {"/tmp/README", QColor(Qt::yellow)},
                  {"photo.PNG", QColor(Qt::magenta)},
-                 {"", QColor(Qt::yellow)},
-                 {"/", QColor(Qt::yellow)}};
+                 {"", QColor(Qt::yellow)}};
     for (const auto& c : cases) {
         const auto tiff = info_->getDataOfFileIconSize(c.text, 40, 30);
         ASSERT_TRUE(tiff) << c.text;
