@@ -68,34 +68,6 @@ TEST(PZByteQueue, deQueue_pastTheEnd_throwsThenLogsTheOverlapOnceAndWorks) {
     EXPECT_EQ(contents(queue), (std::vector<std::uint8_t>{3, 4}));
 }
 
-TEST(PZByteQueue, operations_mixedSizesAcrossSlabs_keepOrder) {
-    // Table: sizes queued and removed in turn; the queue must match a plain model after each step.
-    struct Step {
-        std::size_t enqueue;
-        std::size_t dequeue;
-    };
-    const std::vector<Step> steps = {{1, 0},         {300, 1},   {5000, 2000},
-                                     {70000, 70000}, {0, 10000}, {100000, 1024}};
-    PZByteQueue queue;
-    std::vector<std::uint8_t> model;
-    std::uint8_t next = 0;
-    for (const auto& step : steps) {
-        std::vector<std::uint8_t> incoming(step.enqueue);
-        for (auto& byte : incoming) {
-            byte = next++;
-        }
-        queue.enQueueBytes(incoming.data(), incoming.size());
-        model.insert(model.end(), incoming.begin(), incoming.end());
-        const std::size_t expected = std::min(step.dequeue, model.size());
-        std::vector<std::uint8_t> out(step.dequeue);
-        ASSERT_EQ(queue.deQueueByBytes(step.dequeue, out.data()), expected);
-        ASSERT_TRUE(std::equal(out.begin(), out.begin() + static_cast<long>(expected), model.begin()));
-        model.erase(model.begin(), model.begin() + static_cast<long>(expected));
-        ASSERT_EQ(queue.length(), model.size());
-        ASSERT_EQ(contents(queue), model);
-    }
-}
-
 TEST(PZByteQueue, operations_randomMixAgainstModel_sameBytes) {
     // Single and bulk operations interleaved, so reused nodes end up scattered across slabs.
     std::mt19937 random(2846);

@@ -21,33 +21,6 @@ std::string exceptionReason(const std::function<void()>& f) {
 
 } // namespace
 
-TEST_F(PZServerSocketTest, startOnPort_zero_systemPortAndConnectionsDelivered) {
-    LogCapture log;
-    server_->startOnPort(0);
-    EXPECT_TRUE(server_->bound());
-    const int port = server_->getPort();
-    ASSERT_GT(port, 0);
-    const int first = RawListener::connectTo(static_cast<std::uint16_t>(port));
-    const int second = RawListener::connectTo(static_cast<std::uint16_t>(port));
-    ASSERT_TRUE(runLoopUntil([&] { return delegate_->accepted.size() == 2; }));
-    for (const auto& accepted : delegate_->accepted) {
-        ASSERT_EQ(accepted.address.size(), sizeof(sockaddr_in));
-        sockaddr_in peer{};
-        std::memcpy(&peer, accepted.address.data(), sizeof peer);
-        EXPECT_EQ(peer.sin_family, AF_INET);
-        EXPECT_EQ(ntohl(peer.sin_addr.s_addr), INADDR_LOOPBACK);
-        EXPECT_TRUE(::fcntl(accepted.descriptor, F_GETFD) & FD_CLOEXEC);
-    }
-    // The descriptors are live connections, in accept order.
-    ASSERT_EQ(::send(delegate_->accepted[1].descriptor, "2", 1, 0), 1);
-    char byte = 0;
-    ASSERT_EQ(::recv(second, &byte, 1, 0), 1);
-    EXPECT_EQ(byte, '2');
-    EXPECT_EQ(log.count("accepting thread -1 ++++++++++++++++++"), 1u);
-    ::close(first);
-    ::close(second);
-}
-
 TEST_F(PZServerSocketTest, startOnPort_closedBeforeOrPortInUseOrTwice_throwsOrStillStartable) {
     server_->close(); // never started: delivers nothing and stays startable
     PZRunLoop::current()->runOnce(20ms);

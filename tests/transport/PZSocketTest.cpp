@@ -10,9 +10,7 @@
 
 namespace {
 
-const std::string kReadStart = "PZSocket thread 1 ++++++++++++++++++++++++ read";
 const std::string kReadEnd = "PZSocket thread 1 ------------------------- read";
-const std::string kWriteStart = "PZSocket thread 2 ++++++++++++++++++++++++ write";
 const std::string kWriteEnd = "PZSocket thread 2 ------------------------- write";
 
 std::vector<std::uint8_t> pattern(std::size_t count) {
@@ -37,11 +35,6 @@ std::shared_ptr<PZSocket> adopt(int descriptor, const std::shared_ptr<RecordingS
     return socket;
 }
 
-void setLingerReset(int fd) {
-    const linger reset{1, 0}; // close() then sends a reset instead of an orderly end
-    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-}
-
 class PZSocketTest : public ::testing::Test {
 protected:
     void TearDown() override { EXPECT_TRUE(waitForThreads()) << "a socket thread did not end"; }
@@ -58,32 +51,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(PZSocketTest, receive_peerWritesThenClosesCleanly_allBytesAndBothClosingMessages) {
-    LogCapture log;
-    auto [peer, accepted] = listener_.connectedPair();
-    auto socket = adopt(accepted, delegate_);
-    const auto payload = pattern(10000);
-    ASSERT_EQ(::send(peer, payload.data(), payload.size(), 0), static_cast<ssize_t>(payload.size()));
-    ::close(peer);
-    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("closeRead") && delegate_->has("disconnected"); }));
-    runLoopUntil([&] { return !socket->isValid(); });
-
-    EXPECT_EQ(delegate_->received, payload);
-    for (auto size : delegate_->chunkSizes) {
-        EXPECT_LE(size, 2048u);
-    }
-    EXPECT_TRUE(delegate_->errors.empty());
-    EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
-    EXPECT_FALSE(socket->isValid()); // the posted invalidation ran after the delegate heard of the end
-    EXPECT_FALSE(socket->connected());
-    EXPECT_TRUE(waitForThreads());
-    EXPECT_EQ(log.count("PZSocket: shutdown read"), 1u);
-    EXPECT_EQ(log.count("PZSocket: shutdown write"), 1u);
-    for (const auto& line : {kReadStart, kReadEnd, kWriteStart, kWriteEnd}) {
-        EXPECT_EQ(log.count(line), 1u) << line;
-    }
-}
 
 TEST_F(PZSocketTest, receive_ownerNotKeepingUp_readerWaitsAndNothingIsLost) {
     auto [peer, accepted] = listener_.connectedPair();
@@ -238,31 +205,21 @@ TEST_F(PZSocketTest, connectToNetService_threeRefusedAddressesOrNone_oneErrorCar
     EXPECT_EQ(delegate_->errors[1], PZError("No address to connect", -1));
 }
 
-TEST_F(PZSocketTest, peerResetDuringWrite_errorDeliveredAndOtherConnectionUnharmed) {
-    auto [peerA, acceptedA] = listener_.connectedPair();
-    auto [peerB, acceptedB] = listener_.connectedPair();
-    auto delegateB = std::make_shared<RecordingSocketDelegate>();
-    auto socketA = adopt(acceptedA, delegate_);
-    auto socketB = adopt(acceptedB, delegateB);
-    socketA->sendData(pattern(8 << 20)); // far more than the socket buffers hold: the writer blocks
+TEST_F(PZSocketTest, peerResetDuringWrite_readAndWriteErrorsDelivered) {
+    auto [peer, accepted] = listener_.connectedPair();
+    auto socket = adopt(accepted, delegate_);
+    socket->sendData(pattern(8 << 20)); // far more than the socket buffers hold: the writer blocks
     std::uint8_t buffer[1024];
-    ASSERT_GT(::recv(peerA, buffer, sizeof buffer, 0), 0); // the writer is under way
-    setLingerReset(peerA);
-    ::close(peerA);
+    ASSERT_GT(::recv(peer, buffer, sizeof buffer, 0), 0); // the writer is under way
+    const linger reset{1, 0}; // close() then sends a reset instead of an orderly end
+    ::setsockopt(peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    ::close(peer);
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
     ASSERT_FALSE(delegate_->errors.empty());
     for (const auto& error : delegate_->errors) {
         EXPECT_EQ(error.domain(), "PZSocket");
         EXPECT_TRUE(error.code() == 1 || error.code() == 2) << error.code();
     }
-
-    socketB->sendData(text("still here"));
-    ASSERT_EQ(::recv(peerB, buffer, sizeof buffer, 0), 10);
-    ::send(peerB, "ok", 2, 0);
-    ASSERT_TRUE(runLoopUntil([&] { return delegateB->received == text("ok"); }));
-    socketB->close();
-    ::close(peerB);
-    ASSERT_TRUE(runLoopUntil([&] { return delegateB->has("disconnected"); }));
 }
 
 TEST_F(PZSocketTest, sendData_peerGone_writeErrorWithoutSigpipe) {
@@ -297,21 +254,5 @@ TEST_F(PZSocketTest, hardClose_peerNotReading_writerEndsPromptlyAndQueueDropped)
     EXPECT_LT(readUntilEnd(peer).size(), payload.size());
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
     EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
-    ::close(peer);
-}
-
-TEST_F(PZSocketTest, close_whileReaderBlocked_bothThreadsEndAndDescriptorReleased) {
-    auto [peer, accepted] = listener_.connectedPair();
-    auto socket = adopt(accepted, delegate_);
-    socket->close();
-    EXPECT_EQ(socket->tcpSocket(), -1);
-    ASSERT_TRUE(waitForThreads(5s)); // on Linux only the shutdown wakes the blocked read
-    EXPECT_EQ(::fcntl(accepted, F_GETFD), -1);
-    EXPECT_EQ(errno, EBADF);
-    std::uint8_t buffer[8];
-    EXPECT_EQ(::recv(peer, buffer, sizeof buffer, 0), 0);
-    ASSERT_TRUE(runLoopUntil([&] { return !socket->isValid(); }));
-    EXPECT_EQ(delegate_->countOf("disconnected"), 1u);
-    EXPECT_TRUE(delegate_->errors.empty());
     ::close(peer);
 }
