@@ -111,10 +111,9 @@ TEST(ServerSession, compatibility_incompatibleApp_errorInTheChosenEncodingThenDi
         std::string version;
         VXPhone::Encoding encoding;
     };
+    // The branches are the client's own test's; here the error in each encoding on the wire.
     const Case cases[] = {{"Glimmet", "5.0", VXPhone::Encoding::JSON},
-                          {"Velorix", "1.9", VXPhone::Encoding::XML},
-                          {"Quillo", "0.9", VXPhone::Encoding::JSON},
-                          {"Nobody", "9.9", VXPhone::Encoding::XML}};
+                          {"Velorix", "1.9", VXPhone::Encoding::XML}};
     auto server = ServerHarness::start();
     for (const auto& c : cases) {
         auto phone = connectPhone(*server);
@@ -202,15 +201,13 @@ TEST(ServerSession, twoPhones_areServedAtOnceAndListedInAcceptanceOrder) {
     ASSERT_EQ(clients.size(), 2u);
     EXPECT_EQ(clients[0], events[0].client);
     EXPECT_EQ(clients[1], events[1].client);
-    for (int i = 0; i < 5; ++i) {
-        first->sendRequest("info", "vx");
-        second->sendRequest("info", "os");
-        const auto a = first->receiveMatching([](const auto& m) { return m.isInfo("vx"); }, kPatience);
-        const auto b = second->receiveMatching([](const auto& m) { return m.isInfo("os"); }, kPatience);
-        ASSERT_TRUE(a && b);
-        EXPECT_EQ(a->encoding, VXPhoneMessage::Encoding::JSON);
-        EXPECT_EQ(b->encoding, VXPhoneMessage::Encoding::XML);
-    }
+    first->sendRequest("info", "vx");
+    second->sendRequest("info", "os");
+    const auto a = first->receiveMatching([](const auto& m) { return m.isInfo("vx"); }, kPatience);
+    const auto b = second->receiveMatching([](const auto& m) { return m.isInfo("os"); }, kPatience);
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(a->encoding, VXPhoneMessage::Encoding::JSON);
+    EXPECT_EQ(b->encoding, VXPhoneMessage::Encoding::XML);
 }
 
 TEST(ServerSession, phoneLeavingInTheMiddleOfAMessage_isRemovedBeforeTheApplicationHears) {
