@@ -64,8 +64,6 @@ std::vector<Golden> goldens() {
         R"({"info":{"subject":"os","information":"Mac Debian GNU/Linux 12 (bookworm), kernel 6.1 \"x\" {}<>"}})");
 
     const auto error = VXError::unableToRecognizeRequestError();
-    add("errorJSON", text(error->getJSONData()), "error", "user",
-        R"({"error":{"type":"user","code":0,"message":"UNABLE_TO_RECOGNIZE_REQEUST_ERROR"}})");
     add("errorXML", text(*error->getXMLData()), "error", "user",
         R"({"error":{"type":"user","code":0,"message":"UNABLE_TO_RECOGNIZE_REQEUST_ERROR"}})");
 
@@ -80,8 +78,6 @@ std::vector<Golden> goldens() {
         R"({"request":{"type":"appIcon","text":"","size":"64.000000;32.000000","SSTime":12}})");
 
     const VXCommand key("keyboard", VXProcess("gedit", 412), "cmd shift a");
-    add("commandJSON", text(key.getJSONData()), "cmd", "keyboard",
-        R"({"cmd":{"type":"keyboard","pid":412,"processName":"gedit","instruction":"cmd shift a"}})");
     add("commandXML", text(*key.getXMLData()), "cmd", "keyboard",
         R"({"cmd":{"type":"keyboard","pid":412,"processName":"gedit","instruction":"cmd shift a"}})");
 
@@ -102,12 +98,6 @@ std::vector<Golden> goldens() {
     add("processJSON", text(gedit.getJSONData()), "process", "",
         R"({"process":{"name":"gedit","pid":412,"path":"/usr/share/applications/org.gnome.gedit.desktop","mainWindowTitle":"Text Editor"}})");
     add("processXML", text(*gedit.getXMLData()), "process", "", R"({"process":{"pid":412,"name":"gedit"}})");
-
-    VXProcessList processes("UIElement");
-    processes.addElement(VXProcess::processWithNamePid("Applications", -2));
-    processes.addElement(VXProcess::processWithNamePid("Mac", -1));
-    add("processListJSON", text(processes.getJSONData()), "processList", "",
-        R"({"processList":{"name":"UIElement","elements":[{"name":"Applications","pid":-2},{"name":"Mac","pid":-1}]}})");
 
     VXDirectory directory("home");
     directory.setPath("/home/u");
