@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <charconv>
 #include <clocale>
-#include <random>
+#include <cmath>
 #include <string>
 
 #include "protocol/PZNumberText.h"
@@ -10,51 +9,49 @@
 
 namespace {
 
-struct EncodeCase {
-    const char* name;
-    std::string text;
-    std::string encoded;
-};
+using namespace std::string_literals;
 
 TEST(PZStringEncoding, stringWithRawURLEncode_table_encodesEveryUTF16Unit) {
-    const EncodeCase cases[] = {
-        {"empty", "", ""},
-        {"slash", "A/b", "%41%2f%62"},
-        {"tabHasOneDigit", "\t", "%9"},
-        {"nul", std::string(1, '\0'), "%0"},
-        {"latin1", "\xC3\xA9", "%e9"},
-        {"euro", "\xE2\x82\xAC", "%20ac"},
-        {"nonBmpIsTwoUnits", "\xF0\x9F\x98\x80", "%d83d%de00"},
-        {"invalidUTF8Byte", "\xFF", "%fffd"},
-        {"truncatedSequence", "\xE2\x82", "%fffd%fffd"},
-        {"overlongSlash", "\xC0\xAF", "%fffd%fffd"},
-        {"encodedSurrogate", "\xED\xA0\x80", "%fffd%fffd%fffd"},
+    // Plain, one digit, zero, two, three and four UTF-8 bytes, then invalid, truncated, overlong, surrogate.
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {"A/b", "%41%2f%62"},
+        {"\t", "%9"},
+        {"\0"s, "%0"},
+        {"\xC3\xA9", "%e9"},
+        {"\xE2\x82\xAC", "%20ac"},
+        {"\xF0\x9F\x98\x80", "%d83d%de00"},
+        {"\xFF", "%fffd"},
+        {"\xE2\x82", "%fffd%fffd"},
+        {"\xC0\xAF", "%fffd%fffd"},
+        {"\xED\xA0\x80", "%fffd%fffd%fffd"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(PZStringEncoding::stringWithRawURLEncode(c.text), c.encoded) << c.name;
+    for (const auto& [text, encoded] : cases) {
+        EXPECT_EQ(PZStringEncoding::stringWithRawURLEncode(text), encoded) << encoded;
     }
 }
 
 TEST(PZStringEncoding, stringWithRawURLDecode_table_followsThePieceRules) {
-    const EncodeCase cases[] = {
-        {"empty", "", ""},
-        {"twoLettersAnyCaseHex", "JB", "%4A%42"},
-        {"textBeforeFirstPercentDropped", "A", "x%41"},
-        {"noHexDigitGivesNul", std::string(1, '\0'), "%zz"},
-        {"loneTrailingPercentGivesNul", std::string("A") + '\0', "%41%"},
-        {"trailingGarbageIgnored", "AB", "%41zz%42"},
-        {"lowSixteenBitsKept", "\xE2\x8D\x85", "%12345"},
-        {"euro", "\xE2\x82\xAC", "%20ac"},
-        {"surrogatePair", "\xF0\x9F\x98\x80", "%d83d%de00"},
-        {"loneHighSurrogate", "\xEF\xBF\xBD", "%d83d"},
-        {"highThenLetter", "\xEF\xBF\xBD\x41", "%d83d%41"},
-        {"loneLowSurrogate", "\xEF\xBF\xBD\x41", "%de00%41"},
-        {"twoHighSurrogates", "\xEF\xBF\xBD\xF0\x9F\x98\x80", "%d83d%d83d%de00"},
-        {"nullMarkerDecodesEmpty", "", "(null)"},
+    // Text before the first "%" and after a piece's hex digits is dropped; a piece keeps its low 16 bits;
+    // an unpaired surrogate gives U+FFFD.
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {"(null)", ""},
+        {"%4A%42", "JB"},
+        {"x%41", "A"},
+        {"%zz", "\0"s},
+        {"%41%", "A\0"s},
+        {"%41zz%42", "AB"},
+        {"%12345", "\xE2\x8D\x85"},
+        {"%20ac", "\xE2\x82\xAC"},
+        {"%d83d%de00", "\xF0\x9F\x98\x80"},
+        {"%d83d", "\xEF\xBF\xBD"},
+        {"%d83d%41", "\xEF\xBF\xBD\x41"},
+        {"%de00%41", "\xEF\xBF\xBD\x41"},
+        {"%d83d%d83d%de00", "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
     };
-    for (const auto& c : cases) {
-        // Here .text holds the expected decoding and .encoded the input.
-        EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(c.encoded), c.text) << c.name;
+    for (const auto& [encoded, text] : cases) {
+        EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(encoded), text) << encoded;
     }
 }
 
@@ -67,27 +64,12 @@ TEST(PZStringEncoding, stringWithRawURLDecode_densestPiecesAroundTheBufferSize_d
             std::string expected;
             for (std::size_t i = 0; i < pieces; ++i) {
                 encoded += i % 2 ? "%800" : "%%7ff";
-                expected += i % 2 ? "\xE0\xA0\x80" : std::string(1, '\0') + "\xDF\xBF";
+                expected += i % 2 ? "\xE0\xA0\x80" : "\0"s + "\xDF\xBF";
             }
             encoded += tail;
-            expected += tail == "%" ? std::string(1, '\0') : tail.empty() ? "" : "\xEF\xBF\xBD";
+            expected += tail == "%" ? "\0"s : tail.empty() ? "" : "\xEF\xBF\xBD";
             EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(encoded), expected) << pieces << tail;
         }
-    }
-}
-
-TEST(PZStringEncoding, encodeThenDecode_randomUnicodeText_givesTheSameText) {
-    std::mt19937 random(12345);
-    const std::string pieces[] = {"", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "%", "\xEF\xBF\xBF"};
-    for (int round = 0; round < 500; ++round) {
-        std::string text;
-        for (int i = 0; i < 20; ++i) {
-            const std::size_t piece = random() % 6;
-            text += piece == 0 ? std::string(1, static_cast<char>(random() % 128)) : pieces[piece];
-        }
-        const std::string encoded = PZStringEncoding::stringWithRawURLEncode(text);
-        EXPECT_EQ(encoded.find_first_not_of("%0123456789abcdef"), std::string::npos);
-        EXPECT_EQ(PZStringEncoding::stringWithRawURLDecode(encoded), text);
     }
 }
 
@@ -98,33 +80,24 @@ TEST(PZStringEncoding, stringHTTPEncode_specialCharacters_onlyThreeAreEncoded) {
 
 TEST(PZNumberText, doubleValue_table_readsTheLeadingNumber) {
     const std::pair<const char*, double> cases[] = {
-        {"12.5", 12.5}, {"-2", -2}, {"+3", 3}, {"  7", 7}, {"1e3", 1000},       {".5", 0.5},
-        {"5abc", 5},    {"inf", 0}, {"", 0},   {"-", 0},   {"1e400", HUGE_VAL},
+        {"12.5", 12.5},
+        {"-2", -2},
+        {"+3", 3},
+        {"  7", 7},
+        {"1e3", 1000},
+        {".5", 0.5},
+        {"5abc", 5},
+        {"inf", 0},
+        {"", 0},
+        {"-", 0},
+        {"1e400", HUGE_VAL},
+        {".", 0},
+        // The most digits the short reader takes, and one more.
+        {"0.123456789012345", 0.123456789012345},
+        {"1234567890123456.5", 1234567890123456.5},
     };
     for (const auto& [text, value] : cases) {
         EXPECT_EQ(PZNumberText::doubleValue(text), value) << text;
-    }
-}
-
-TEST(PZNumberText, doubleValue_randomDecimals_matchTheGeneralReader) {
-    std::mt19937_64 random(7);
-    for (int round = 0; round < 200000; ++round) {
-        const auto digits = [&](std::uint64_t most) {
-            std::string out(random() % (most + 1), '0');
-            for (char& c : out) {
-                c = static_cast<char>('0' + random() % 10);
-            }
-            return out;
-        };
-        std::string text = (random() % 2 ? "-" : "") + digits(11);
-        if (random() % 3) {
-            text += "." + digits(25);
-        }
-        double expected = 0;
-        if (std::from_chars(text.data(), text.data() + text.size(), expected).ec != std::errc()) {
-            expected = 0;
-        }
-        ASSERT_EQ(PZNumberText::doubleValue(text), expected) << text;
     }
 }
 
