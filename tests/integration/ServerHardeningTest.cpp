@@ -151,8 +151,7 @@ TEST(ServerHardeningLimits, streamBeforeThePassword_makesNoFileAfterwardsAPrivat
     // Everything before the answer was read.
     xmlPhone->sendRequest("info", "vx");
     ASSERT_TRUE(xmlPhone->receiveMatching([](const auto& m) { return m.isInfo("vx"); }, kPatience));
-    // (Before the password no request is answered, so the encoding is still XML there: no JSON stream
-    // can arrive before the password.)
+    // (No request is answered before the password, so no JSON stream can come before it.)
     EXPECT_FALSE(std::filesystem::exists(tmp / "before"));
     ASSERT_TRUE(std::filesystem::exists(tmp / "after"));
     std::stringstream after;

@@ -20,9 +20,8 @@ class PZServerSocket;
 class VXClient;
 class VXClientManager;
 
-// The server of the tests, in this process: a server socket on a free loopback port, a client manager
-// on its thread with sessions over a FakeSystem, and a thread standing for the main run loop, where
-// the manager's events are recorded. The process's HOME and XDG folders are a temporary folder.
+// The server in this process: a server socket on a free loopback port, a client manager with sessions
+// over a FakeSystem, and a thread standing for the main run loop, where the manager's events are recorded.
 class ServerHarness {
 public:
     // One event of the manager, as the application hears it.
@@ -99,9 +98,8 @@ inline std::unique_ptr<VXPhone> conformPhone(const ServerHarness& server,
     return phone;
 }
 
-// Answers the server's identity requests (not the password) as the phone app does, in XML, until the
-// "device" request has been answered; the "os" request and the "device" answer are sent only when
-// settle is true. Returns the server's messages that were not identity requests.
+// Answers the identity requests (not the password) in XML as the phone app does; the "os" request and the
+// "device" answer only when settle is true. Returns the other messages of the server.
 std::vector<VXPhoneMessage> answerIdentity(VXPhone& phone, const VXPhone::Identity& who, bool settle = true);
 
 // True for the messages the server sends by itself (volume, brightness, process list).

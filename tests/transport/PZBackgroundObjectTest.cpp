@@ -4,7 +4,6 @@
 
 #include "TransportTestSupport.h"
 
-#include <atomic>
 #include <barrier>
 
 namespace {
@@ -77,28 +76,4 @@ TEST(PZBackgroundObject, invalidate_dropsPendingAndIgnoresLaterInvocations) {
     EXPECT_EQ(target->received, (std::vector<int>{1, 2}));
     // With its only source gone, nothing can wake the loop any more.
     EXPECT_EQ(PZRunLoop::current()->runOnce(0ms), PZRunLoop::RunResult::Finished);
-}
-
-TEST(PZBackgroundObject, destroyedWhileWorkersPost_noDeliveryAfterwards) {
-    auto target = std::make_shared<Target>();
-    std::atomic<bool> stop{false};
-    auto object = std::make_shared<PZBackgroundObject>();
-    object->scheduleInRunLoop(PZRunLoop::current());
-    std::weak_ptr<PZBackgroundObject> weakObject = object;
-    PZThread::detach("poster", [&, weakObject] {
-        while (!stop) {
-            if (auto o = weakObject.lock()) {
-                o->postInvocation(std::weak_ptr<Target>(target), [](Target& t) { t.received.push_back(1); });
-            }
-        }
-    });
-    runLoopUntil([&] { return target->received.size() > 100; });
-    object.reset(); // the poster may hold the last reference for a moment: the source dies with it
-    runLoopUntil([&] { return weakObject.expired(); });
-    const auto seen = target->received.size();
-    PZRunLoop::current()->runOnce(20ms);
-    stop = true;
-    EXPECT_TRUE(waitForThreads());
-    EXPECT_EQ(target->received.size(), seen);
-    EXPECT_GT(seen, 100u);
 }

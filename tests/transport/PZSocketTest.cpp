@@ -130,26 +130,6 @@ TEST_F(PZSocketTest, adoptedDescriptor_peerAddressNoDelayKeepAliveAndClosedAtOnc
     ::close(peer);
 }
 
-TEST_F(PZSocketTest, connectToAddress_listeningPeer_connectedBothWaysThenClosed) {
-    auto socket = unconnected();
-    ASSERT_FALSE(socket->connectToAddress(RawListener::addressData(listener_.port())).has_value());
-    const int peer = listener_.accept();
-    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("connected"); }));
-    EXPECT_TRUE(socket->connected());
-    EXPECT_EQ(socket->getRemoteStringAddress(), "127.0.0.1");
-
-    socket->sendData(text("ping"));
-    std::uint8_t buffer[16];
-    ASSERT_EQ(::recv(peer, buffer, sizeof buffer, 0), 4);
-    ::send(peer, "pong", 4, 0);
-    ASSERT_TRUE(runLoopUntil([&] { return delegate_->received == text("pong"); }));
-
-    socket->close();
-    EXPECT_EQ(::recv(peer, buffer, sizeof buffer, 0), 0);
-    ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected") && !socket->isValid(); }));
-    ::close(peer);
-}
-
 TEST_F(PZSocketTest, connectToHostPort_nameOrUnresolvable) {
     auto socket = unconnected();
     const auto failed = socket->connectToHostPort("", listener_.port());
@@ -205,21 +185,16 @@ TEST_F(PZSocketTest, connectToNetService_threeRefusedAddressesOrNone_oneErrorCar
     EXPECT_EQ(delegate_->errors[1], PZError("No address to connect", -1));
 }
 
-TEST_F(PZSocketTest, peerResetDuringWrite_readAndWriteErrorsDelivered) {
+TEST_F(PZSocketTest, peerReset_readErrorDelivered) {
     auto [peer, accepted] = listener_.connectedPair();
     auto socket = adopt(accepted, delegate_);
-    socket->sendData(pattern(8 << 20)); // far more than the socket buffers hold: the writer blocks
-    std::uint8_t buffer[1024];
-    ASSERT_GT(::recv(peer, buffer, sizeof buffer, 0), 0); // the writer is under way
     const linger reset{1, 0}; // close() then sends a reset instead of an orderly end
     ::setsockopt(peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     ::close(peer);
     ASSERT_TRUE(runLoopUntil([&] { return delegate_->has("disconnected"); }));
     ASSERT_FALSE(delegate_->errors.empty());
-    for (const auto& error : delegate_->errors) {
-        EXPECT_EQ(error.domain(), "PZSocket");
-        EXPECT_TRUE(error.code() == 1 || error.code() == 2) << error.code();
-    }
+    EXPECT_EQ(delegate_->errors[0].domain(), "PZSocket");
+    EXPECT_EQ(delegate_->errors[0].code(), 1); // the blocked read's, not a write's
 }
 
 TEST_F(PZSocketTest, sendData_peerGone_writeErrorWithoutSigpipe) {

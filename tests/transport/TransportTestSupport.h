@@ -162,8 +162,7 @@ public:
     int closed = 0;
 };
 
-// A server socket scheduled on the test thread's run loop, its delegate recording what it delivers; the
-// accepting thread must have ended once the socket is gone.
+// A server socket on the test thread's run loop; its accepting thread must end with it.
 class PZServerSocketTest : public ::testing::Test {
 protected:
     void SetUp() override {
