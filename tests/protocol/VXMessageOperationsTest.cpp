@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <tuple>
 
 #include "ProtocolTestSupport.h"
 #include "protocol/PZValue.h"
@@ -15,13 +16,7 @@ namespace {
 TEST(VXRequest, isEqualToRequest_table_comparesTypeTextAndArguments) {
     const auto ab = vxtest::dict({"a", "b"}, {PZValue("1"), PZValue(2)});
     const auto ba = vxtest::dict({"b", "a"}, {PZValue(2), PZValue("1")});
-    struct Case {
-        const char* name;
-        VXRequest left;
-        VXRequest right;
-        bool equal;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, VXRequest, VXRequest, bool> cases[] = {
         {"bothWithoutText", VXRequest("appList"), VXRequest("appList"), true},
         {"oneWithoutText", VXRequest("appList"), VXRequest("appList", ""), false},
         {"otherType", VXRequest("info", "os"), VXRequest("file", "os"), false},
@@ -32,9 +27,9 @@ TEST(VXRequest, isEqualToRequest_table_comparesTypeTextAndArguments) {
         {"numberVersusString", VXRequest("x", "t", ab),
          VXRequest("x", "t", vxtest::dict({"a", "b"}, {PZValue(1), PZValue(2)})), false},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.left.isEqualToRequest(c.right), c.equal) << c.name;
-        EXPECT_EQ(c.right.isEqualToRequest(c.left), c.equal) << c.name;
+    for (const auto& [name, left, right, equal] : cases) {
+        EXPECT_EQ(left.isEqualToRequest(right), equal) << name;
+        EXPECT_EQ(right.isEqualToRequest(left), equal) << name;
     }
 }
 
@@ -62,21 +57,15 @@ TEST(VXCommand, commandWithCommand_sourceWithFullProcess_copiesOnlyNameAndPid) {
 }
 
 TEST(VXProcess, compareOnPid_table_ordersByPidOrNameForZero) {
-    struct Case {
-        VXProcess left;
-        VXProcess right;
-        std::weak_ordering expected;
-    };
-    const Case cases[] = {
+    const std::tuple<VXProcess, VXProcess, std::weak_ordering> cases[] = {
         {VXProcess("a", 10), VXProcess("b", 5), std::weak_ordering::greater},
         {VXProcess("a", 5), VXProcess("z", 5), std::weak_ordering::equivalent},
         {VXProcess("Zed", 0), VXProcess("alpha", 0), std::weak_ordering::greater},
         {VXProcess("ALPHA", 0), VXProcess("alpha", 0), std::weak_ordering::equivalent},
         {VXProcess("x", 0), VXProcess("a", -2), std::weak_ordering::greater},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.left.compareOnPid(c.right), c.expected)
-            << c.left.description() << " / " << c.right.description();
+    for (const auto& [left, right, expected] : cases) {
+        EXPECT_EQ(left.compareOnPid(right), expected) << left.description() << " / " << right.description();
     }
     EXPECT_EQ(VXProcess("beta", 1).compareOnName(VXProcess("Alpha", 2)), std::weak_ordering::greater);
     EXPECT_EQ(VXProcess("abc", 1).compareOnName(VXProcess("ABCD", 2)), std::weak_ordering::less);
