@@ -4,8 +4,6 @@
 
 #include "TransportTestSupport.h"
 
-#include <barrier>
-
 namespace {
 
 struct Target {
@@ -32,32 +30,6 @@ TEST(PZBackgroundObject, performAll_targetAbsentOrGoneRunsNothingAndAnAdditionDu
     EXPECT_EQ(target->received, std::vector<int>{1});
     object->performAllInvocations();
     EXPECT_EQ(target->received, (std::vector<int>{1, 2}));
-}
-
-TEST(PZBackgroundObject, addInvocation_threeThreadsBeforeScheduling_allRunInAddOrder) {
-    auto object = std::make_shared<PZBackgroundObject>();
-    auto target = std::make_shared<Target>();
-    std::mutex orderMutex; // makes "the order they were added" observable across threads
-    std::vector<int> added;
-    std::barrier start(3);
-    for (int t = 0; t < 3; ++t) {
-        PZThread::detach("poster", [&, t] {
-            start.arrive_and_wait();
-            for (int i = 0; i < 50; ++i) {
-                std::lock_guard<std::mutex> lock(orderMutex);
-                const int value = t * 1000 + i;
-                added.push_back(value);
-                object->postInvocation(std::weak_ptr<Target>(target),
-                                       [value](Target& target) { target.received.push_back(value); });
-            }
-        });
-    }
-    ASSERT_TRUE(waitForThreads());
-    EXPECT_TRUE(target->received.empty());
-    object->scheduleInRunLoop(PZRunLoop::current());
-    PZRunLoop::current()->runOnce(1s);
-    EXPECT_EQ(target->received, added); // all of them, at the first run after scheduling
-    object->invalidate();
 }
 
 TEST(PZBackgroundObject, invalidate_dropsPendingAndIgnoresLaterInvocations) {
