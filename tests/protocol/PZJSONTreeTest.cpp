@@ -14,21 +14,17 @@ void pushValue(PZJSONTree& tree, std::string_view text) {
 }
 
 TEST(PZJSONValue, getValue_table_convertsBareValues) {
-    struct Case {
-        const char* text;
-        std::optional<PZValue> value;
-    };
-    const Case cases[] = {
+    const std::pair<std::string_view, std::optional<PZValue>> cases[] = {
         {"null", PZValue()}, {"true", PZValue(true)}, {"false", PZValue(false)}, {"12.5", PZValue(12.5)},
         {"-3", PZValue(-3)}, {"1e2", PZValue(100)},   {"", PZValue(0)},          {"1.2.3", std::nullopt},
     };
     LogCapture log{LogCapture::Echo::Silenced};
-    for (const auto& c : cases) {
+    for (const auto& [text, expected] : cases) {
         PZJSONValue value;
-        for (const char ch : std::string_view(c.text)) {
-            value.addChar(ch);
+        for (const char c : text) {
+            value.addChar(c);
         }
-        EXPECT_EQ(value.getValue(), c.value) << c.text;
+        EXPECT_EQ(value.getValue(), expected) << text;
     }
 }
 
