@@ -186,6 +186,30 @@ TEST(ServerSession, handshakeTimer_phonesThatNeverSettle_incompatibleDisconnecte
     EXPECT_FALSE(hasEvent(events, Kind::Connected));
 }
 
+TEST(ServerSession, twoPhones_areServedAtOnceAndListedInAcceptanceOrder) {
+    auto server = ServerHarness::start();
+    auto first = connectPhone(*server);
+    ASSERT_TRUE(server->waitFor([](const auto& events) { return count(events, Kind::Accepted) == 1; }));
+    auto second = connectPhone(*server);
+    ASSERT_TRUE(server->waitFor([](const auto& events) { return count(events, Kind::Accepted) == 2; }));
+    std::thread handshake([&] { second->handshake(identity(VXPhone::Encoding::XML)); });
+    first->handshake(identity(VXPhone::Encoding::JSON));
+    handshake.join();
+
+    const auto events = server->events();
+    const auto clients = server->manager()->clients();
+    ASSERT_EQ(clients.size(), 2u);
+    EXPECT_EQ(clients[0], events[0].client);
+    EXPECT_EQ(clients[1], events[1].client);
+    first->sendRequest("info", "vx");
+    second->sendRequest("info", "os");
+    const auto a = first->receiveMatching([](const auto& m) { return m.isInfo("vx"); }, kPatience);
+    const auto b = second->receiveMatching([](const auto& m) { return m.isInfo("os"); }, kPatience);
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(a->encoding, VXPhoneMessage::Encoding::JSON);
+    EXPECT_EQ(b->encoding, VXPhoneMessage::Encoding::XML);
+}
+
 TEST(ServerSession, phoneLeavingInTheMiddleOfAMessage_isRemovedBeforeTheApplicationHears) {
     auto server = ServerHarness::start();
     auto stays = conformPhone(*server);

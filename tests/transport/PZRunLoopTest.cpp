@@ -74,6 +74,27 @@ TEST(PZThread, detach_longName_truncatedAndSmallStack) {
     EXPECT_EQ(longName, "a name longer t");
 }
 
+TEST(PZRunLoop, post_fromOtherThreads_runsOnLoopThreadInOrder) {
+    auto loop = PZRunLoop::current();
+    std::vector<int> order;
+    std::atomic<bool> offThread{false};
+    PZRunLoop* raw = loop.get();
+    PZThread::detach("poster", [&, loop] {
+        for (int i = 0; i < 100; ++i) {
+            loop->post([&order, &offThread, raw, i] {
+                offThread = offThread || !raw->isCurrent();
+                order.push_back(i);
+            });
+        }
+    });
+    ASSERT_TRUE(runLoopUntil([&] { return order.size() == 100; }));
+    EXPECT_FALSE(offThread);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(order[static_cast<std::size_t>(i)], i);
+    }
+    EXPECT_TRUE(waitForThreads());
+}
+
 TEST(PZRunLoop, post_receiverGoneDroppedThrowingWorkEscapesAndLaterWorkStillRuns) {
     auto loop = PZRunLoop::current();
     auto receiver = std::make_shared<Counter>();
