@@ -80,7 +80,7 @@ bool sameAsLoweredName(const std::string& lowered, std::string_view name) {
 
 // The temporary keys are given back this long after their use, once the receiving programs have read
 // the changed mapping and the key.
-constexpr auto temporaryKeyLifetime = std::chrono::milliseconds(300);
+constexpr auto temporaryKeyLifetime = std::chrono::milliseconds(2100);
 
 // The keysym typing one code point: Latin-1 keysyms are the code point, others the Unicode keysyms.
 std::optional<std::uint32_t> keysymForCharacter(const std::string& key) {

@@ -19,9 +19,10 @@ class XkbKeymap;
 // change.
 class X11KeyboardLayout : public KeyboardLayout {
 public:
-    // How long a temporary key stays bound at least, so that the receiving program has read the
-    // changed mapping before it is restored.
-    static constexpr std::chrono::milliseconds temporaryKeyGrace{250};
+    // How long a temporary key stays bound at least. A program fetches the changed mapping only when
+    // it reads the MappingNotify, and a busy program (or one on a loaded machine) reads it late: if the
+    // mapping were restored by then, the key would give it no character at all.
+    static constexpr std::chrono::milliseconds temporaryKeyGrace{2000};
 
     explicit X11KeyboardLayout(std::shared_ptr<X11InputConnection> connection);
     // Restores the mapping of the temporary keys still bound.
